@@ -1,0 +1,99 @@
+// ObRef<T>: a shared-ownership handle on an ObObject, and the ob_cast kind-of test.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <utility>
+
+#include "tessiva/object/ObObject.h"
+
+template <class T> class ObRef {
+public:
+    using element_type = T;
+
+    constexpr ObRef() noexcept = default;
+    constexpr ObRef(std::nullptr_t) noexcept {}
+    // Shares ownership of an existing object (retains it).
+    ObRef(T* object) noexcept : object_(object) { retainObject(); }
+    template <class U>
+        requires std::convertible_to<U*, T*>
+    ObRef(U* object) noexcept : object_(object) {
+        retainObject();
+    }
+
+    ObRef(const ObRef& other) noexcept : object_(other.object_) { retainObject(); }
+    ObRef(ObRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    template <class U>
+        requires std::convertible_to<U*, T*>
+    ObRef(const ObRef<U>& other) noexcept : object_(other.get()) {
+        retainObject();
+    }
+    template <class U>
+        requires std::convertible_to<U*, T*>
+    ObRef(ObRef<U>&& other) noexcept : object_(other.leakRef()) {}
+
+    ~ObRef() {
+        if (object_ != nullptr)
+            object_->release();
+    }
+
+    ObRef& operator=(ObRef other) noexcept {
+        swap(other);
+        return *this;
+    }
+
+    // Takes over a share of ownership that the caller already holds
+    // (a freshly made object), without retaining again.
+    [[nodiscard]] static ObRef adopt(T* object) noexcept {
+        ObRef ref;
+        ref.object_ = object;
+        return ref;
+    }
+    // Gives up this handle's share without releasing it; the caller now owns it.
+    [[nodiscard]] T* leakRef() noexcept { return std::exchange(object_, nullptr); }
+
+    T* get() const noexcept { return object_; }
+    T* operator->() const noexcept { return object_; }
+    T& operator*() const noexcept { return *object_; }
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+
+    void swap(ObRef& other) noexcept { std::swap(object_, other.object_); }
+
+    // Identity comparison; use isEqual for value equality.
+    template <class U> bool operator==(const ObRef<U>& other) const noexcept {
+        return object_ == other.get();
+    }
+    bool operator==(std::nullptr_t) const noexcept { return object_ == nullptr; }
+
+private:
+    void retainObject() const noexcept {
+        if (object_ != nullptr)
+            object_->retain();
+    }
+
+    T* object_ = nullptr;
+};
+
+// The kind-of test: the object as a T when it is a T or derives from one,
+// absent otherwise (absent in, absent out).
+template <class T, class U> ObRef<T> ob_cast(const ObRef<U>& ref) noexcept {
+    if constexpr (std::is_base_of_v<T, U>)
+        return ObRef<T>(ref.get());
+    else
+        return ObRef<T>(dynamic_cast<T*>(ref.get()));
+}
+
+template <class T, class U> ObRef<T> ob_cast(U* object) noexcept {
+    if constexpr (std::is_base_of_v<T, U>)
+        return ObRef<T>(object);
+    else
+        return ObRef<T>(dynamic_cast<T*>(object));
+}
+
+// The kind-of test without taking a share, for hot paths that only look.
+template <class T, class U> T* ob_cast_raw(const ObRef<U>& ref) noexcept {
+    if constexpr (std::is_base_of_v<T, U>)
+        return ref.get();
+    else
+        return dynamic_cast<T*>(ref.get());
+}

@@ -1,0 +1,64 @@
+// ObString: immutable UTF-8 text, and constant strings made at compile time.
+#pragma once
+
+#include <string_view>
+
+#include "tessiva/object/ObRef.h"
+
+namespace tessiva::detail {
+// FNV-1a over the bytes, in the word size; usable at compile time so that
+// constants carry their hash from the start.
+constexpr ObUInteger hashBytes(std::string_view bytes) noexcept {
+    ObUInteger hash = sizeof(ObUInteger) == 8 ? static_cast<ObUInteger>(14695981039346656037ULL)
+                                              : static_cast<ObUInteger>(2166136261UL);
+    const ObUInteger prime = sizeof(ObUInteger) == 8 ? static_cast<ObUInteger>(1099511628211ULL)
+                                                     : static_cast<ObUInteger>(16777619UL);
+    for (char c : bytes) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= prime;
+    }
+    return hash;
+}
+} // namespace tessiva::detail
+
+class TESSIVA_PLATFORM_API ObString : public ObObject {
+public:
+    // A new string holding a copy of the text.
+    static ObRef<ObString> make(std::string_view text);
+
+    std::string_view text() const noexcept { return {characters_, length_}; }
+    // NUL-terminated; the text itself holds no NUL unless it was given one.
+    const char* cString() const noexcept { return characters_; }
+    ObUInteger length() const noexcept { return length_; }
+
+    // The text itself.
+    ObRef<ObString> description() const override;
+    ObUInteger hash() const noexcept override { return hash_; }
+    const char* className() const noexcept override;
+
+protected:
+    // An immortal constant over a string literal; see ObConstantString.
+    constexpr ObString(ImmortalTag, std::string_view literal) noexcept
+        : ObObject(immortal), characters_(literal.data()), length_(literal.size()),
+          hash_(tessiva::detail::hashBytes(literal)) {}
+
+    bool equals(const ObObject& other) const noexcept override;
+
+private:
+    ObString(const char* characters, ObUInteger length, ObUInteger hash) noexcept
+        : characters_(characters), length_(length), hash_(hash) {}
+
+    const char* characters_;
+    ObUInteger length_;
+    ObUInteger hash_;
+};
+
+// A constant string: immortal and constant-initialised, so it can be used from
+// any static initialiser in any translation unit. Define one with
+// `constinit ObConstantString name{"text"};`. The literal must outlive it.
+class ObConstantString final : public ObString {
+public:
+    template <std::size_t N>
+    consteval explicit ObConstantString(const char (&literal)[N]) noexcept
+        : ObString(immortal, std::string_view(literal, N - 1)) {}
+};

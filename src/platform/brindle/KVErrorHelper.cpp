@@ -1,0 +1,24 @@
+// Parameter errors of the service framework and the exception that carries one.
+#include "tessiva/brindle/KVErrorHelper.h"
+
+namespace {
+constinit ObConstantString errorDomain{"org.kavelin.KVErrorDomain"};
+constinit ObConstantString exceptionName{"KVException"};
+} // namespace
+
+ObString* const KVErrorDomain = &errorDomain;
+
+KVException::KVException(ObRef<ObError> error) noexcept
+    : ObException(ObRef<ObString>(&exceptionName),
+                  error ? error->localizedDescription() : ObString::make("")),
+      error_(std::move(error)) {}
+
+KVException::~KVException() = default;
+
+ObRef<ObError> KVErrorHelper::parameterErrorWithMessage(const ObRef<ObString>& message) {
+    ObRef<ObString> text = message ? message : ObString::make("");
+    return ObError::make(KVErrorDomain, KVErrorInvalidParameter,
+                         ObDictionary::make({{ObLocalizedDescriptionKey, text}}));
+}
+
+void KVErrorHelper::raiseException(const ObRef<ObError>& error) { throw KVException(error); }

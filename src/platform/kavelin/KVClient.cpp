@@ -1,0 +1,29 @@
+// Clients come from the installed backend; with none, the request fails at once.
+#include "tessiva/kavelin/KVClient.h"
+
+#include "../os/Seam.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+
+namespace {
+tessiva::detail::Seam<KVClientBackend>& backendSeam() {
+    static auto* seam = new tessiva::detail::Seam<KVClientBackend>(nullptr);
+    return *seam;
+}
+
+constinit ObConstantString noServiceMessage{"No authentication service is available."};
+} // namespace
+
+void KVClient::clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
+                                                              const ObRef<KVUIDelegate>& uiDelegate,
+                                                              KVClientReply reply) {
+    if (ObRef<KVClientBackend> backend = backendSeam().current()) {
+        backend->clientWithExternalizedContext_uiDelegate_reply(context, uiDelegate, std::move(reply));
+        return;
+    }
+    reply(nullptr, ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
+                                 ObDictionary::make({{ObLocalizedDescriptionKey, &noServiceMessage}})));
+}
+
+ObRef<KVClientBackend> KVSetClientBackend(const ObRef<KVClientBackend>& backend) {
+    return backendSeam().install(backend);
+}

@@ -1,0 +1,168 @@
+// Dictionaries: entries in insertion order, found through an open-addressing
+// index of positions, so that a lookup is one hash and a short probe.
+#include "tessiva/object/ObDictionary.h"
+
+#include <string>
+
+#include "tessiva/object/ObException.h"
+#include "tessiva/object/ObFormat.h"
+
+namespace {
+void requirePresent(const char* className, const ObRef<ObObject>& key,
+                    const ObRef<ObObject>& value) {
+    if (!key)
+        throw ObInvalidArgumentException(
+            ObFormat("%s: attempt to insert an object under an absent key", className));
+    if (!value)
+        throw ObInvalidArgumentException(
+            ObFormat("%s: attempt to insert an absent object for key %@", className, key));
+}
+} // namespace
+
+ObRef<ObDictionary> ObDictionary::make(std::initializer_list<Entry> entries) {
+    return make(std::vector<Entry>(entries));
+}
+
+ObRef<ObDictionary> ObDictionary::make(std::vector<Entry> entries) {
+    for (const Entry& entry : entries)
+        requirePresent("ObDictionary", entry.first, entry.second);
+    auto dictionary = ObRef<ObDictionary>::adopt(new ObDictionary());
+    dictionary->reserve(entries.size());
+    for (Entry& entry : entries)
+        dictionary->store(std::move(entry.first), std::move(entry.second));
+    return dictionary;
+}
+
+ObRef<ObDictionary> ObDictionary::make() { return ObRef<ObDictionary>::adopt(new ObDictionary()); }
+
+std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
+    if (slots_.empty())
+        return emptySlot;
+    const ObUInteger mask = slots_.size() - 1;
+    for (ObUInteger slot = hash & mask;; slot = (slot + 1) & mask) {
+        const std::uint32_t position = slots_[slot];
+        if (position == emptySlot)
+            return emptySlot;
+        if (hashes_[position] == hash && entries_[position].first->isEqual(key))
+            return position;
+    }
+}
+
+ObObject* ObDictionary::peekObjectForKey(const ObObject* key) const noexcept {
+    if (key == nullptr)
+        return nullptr;
+    const std::uint32_t position = findEntry(key, key->hash());
+    return position == emptySlot ? nullptr : entries_[position].second.get();
+}
+
+ObRef<ObObject> ObDictionary::objectForKey(const ObObject* key) const noexcept {
+    return ObRef<ObObject>(peekObjectForKey(key));
+}
+
+void ObDictionary::reserve(ObUInteger count) {
+    entries_.reserve(count);
+    hashes_.reserve(count);
+    if (count * 2 > slots_.size())
+        rebuildIndex(count);
+}
+
+void ObDictionary::rebuildIndex(ObUInteger minimumCapacity) {
+    ObUInteger capacity = 8;
+    while (capacity < minimumCapacity * 2)
+        capacity *= 2;
+    slots_.assign(capacity, emptySlot);
+    const ObUInteger mask = capacity - 1;
+    for (std::uint32_t position = 0; position < entries_.size(); ++position) {
+        ObUInteger slot = hashes_[position] & mask;
+        while (slots_[slot] != emptySlot)
+            slot = (slot + 1) & mask;
+        slots_[slot] = position;
+    }
+}
+
+void ObDictionary::store(ObRef<ObObject> key, ObRef<ObObject> value) {
+    const ObUInteger hash = key->hash();
+    const std::uint32_t position = findEntry(key.get(), hash);
+    if (position != emptySlot) {
+        entries_[position].second = std::move(value);
+        return;
+    }
+    entries_.emplace_back(std::move(key), std::move(value));
+    hashes_.push_back(hash);
+    if (entries_.size() * 2 > slots_.size()) {
+        rebuildIndex(entries_.size());
+        return;
+    }
+    const ObUInteger mask = slots_.size() - 1;
+    ObUInteger slot = hash & mask;
+    while (slots_[slot] != emptySlot)
+        slot = (slot + 1) & mask;
+    slots_[slot] = static_cast<std::uint32_t>(entries_.size() - 1);
+}
+
+void ObDictionary::remove(const ObObject* key) noexcept {
+    if (key == nullptr)
+        return;
+    const std::uint32_t position = findEntry(key, key->hash());
+    if (position == emptySlot)
+        return;
+    // Removal is rare: closing the gap keeps the order, and the index is
+    // simply rebuilt over the remaining positions.
+    entries_.erase(entries_.begin() + position);
+    hashes_.erase(hashes_.begin() + position);
+    rebuildIndex(entries_.size());
+}
+
+ObRef<ObString> ObDictionary::description() const {
+    std::string text = "{";
+    bool first = true;
+    for (const Entry& entry : entries_) {
+        if (!first)
+            text += "; ";
+        first = false;
+        text += entry.first->description()->text();
+        text += " = ";
+        text += entry.second->description()->text();
+    }
+    text += '}';
+    return ObString::make(text);
+}
+
+ObUInteger ObDictionary::hash() const noexcept { return entries_.size(); }
+
+const char* ObDictionary::className() const noexcept { return "ObDictionary"; }
+
+bool ObDictionary::equals(const ObObject& other) const noexcept {
+    const auto* dictionary = dynamic_cast<const ObDictionary*>(&other);
+    if (dictionary == nullptr || dictionary->count() != count())
+        return false;
+    for (const Entry& entry : entries_) {
+        const ObObject* value = dictionary->peekObjectForKey(entry.first.get());
+        if (value == nullptr || !entry.second->isEqual(value))
+            return false;
+    }
+    return true;
+}
+
+ObRef<ObMutableDictionary> ObMutableDictionary::make() {
+    return ObRef<ObMutableDictionary>::adopt(new ObMutableDictionary());
+}
+
+void ObMutableDictionary::setObject_forKey(const ObRef<ObObject>& value, const ObRef<ObObject>& key) {
+    requirePresent("ObMutableDictionary", key, value);
+    store(key, value);
+}
+
+void ObMutableDictionary::removeObjectForKey(const ObRef<ObObject>& key) noexcept {
+    remove(key.get());
+}
+
+ObRef<ObDictionary> ObMutableDictionary::copy() const {
+    auto copied = ObRef<ObDictionary>::adopt(new ObDictionary());
+    copied->entries_ = entries_;
+    copied->hashes_ = hashes_;
+    copied->slots_ = slots_;
+    return copied;
+}
+
+const char* ObMutableDictionary::className() const noexcept { return "ObMutableDictionary"; }

@@ -1,0 +1,38 @@
+// Boxed integers and the two shared booleans.
+#include "tessiva/object/ObNumber.h"
+
+#include <string>
+
+#include "tessiva/object/ObString.h"
+
+class ObNumberConstants {
+public:
+    static constinit ObNumber yes;
+    static constinit ObNumber no;
+};
+constinit ObNumber ObNumberConstants::yes{ObObject::immortal, true};
+constinit ObNumber ObNumberConstants::no{ObObject::immortal, false};
+
+ObRef<ObNumber> ObNumber::make(ObInteger value) {
+    return ObRef<ObNumber>::adopt(new ObNumber(value));
+}
+
+ObRef<ObNumber> ObNumber::makeBool(bool value) noexcept {
+    return ObRef<ObNumber>(value ? &ObNumberConstants::yes : &ObNumberConstants::no);
+}
+
+ObRef<ObString> ObNumber::description() const { return ObString::make(std::to_string(value_)); }
+
+ObUInteger ObNumber::hash() const noexcept {
+    // Spread the bits so that small consecutive integers do not share slots.
+    auto bits = static_cast<ObUInteger>(value_);
+    bits ^= bits >> (sizeof(ObUInteger) * 4);
+    return bits * static_cast<ObUInteger>(0x9E3779B97F4A7C15ULL);
+}
+
+const char* ObNumber::className() const noexcept { return "ObNumber"; }
+
+bool ObNumber::equals(const ObObject& other) const noexcept {
+    const auto* number = dynamic_cast<const ObNumber*>(&other);
+    return number != nullptr && number->value_ == value_;
+}

@@ -1,0 +1,16 @@
+// A counting semaphore over a mutex and a condition variable.
+#include "tessiva/os/ObSemaphore.h"
+
+void ObSemaphore::signal() {
+    {
+        std::lock_guard lock(mutex_);
+        ++count_;
+    }
+    available_.notify_one();
+}
+
+void ObSemaphore::wait() {
+    std::unique_lock lock(mutex_);
+    available_.wait(lock, [this] { return count_ > 0; });
+    --count_;
+}

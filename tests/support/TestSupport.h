@@ -1,0 +1,54 @@
+// Helpers shared by every suite: capturing sinks for the system and trace logs.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tessiva/object/Ob.h"
+#include "tessiva/os/ObLog.h"
+#include "tessiva/os/ObTraceLog.h"
+
+namespace tessiva::test {
+
+// Records every line written to the system log while installed.
+class CapturingLogSink final : public ObLogSink {
+public:
+    void writeLine(ObLogPriority priority, std::string_view line) override;
+    std::vector<std::string> lines() const;
+    std::vector<ObLogPriority> priorities() const;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+    std::vector<ObLogPriority> priorities_;
+};
+
+// Installs a fresh capturing log sink for the life of the object.
+class LogCapture {
+public:
+    LogCapture();
+    std::vector<std::string> lines() const { return sink_->lines(); }
+
+private:
+    ObRef<CapturingLogSink> sink_;
+    ObScopedLogSink installed_;
+};
+
+// Records trace messages and keeps their payload callbacks for the test to run.
+class CapturingTraceSink final : public ObTraceSink {
+public:
+    struct Message {
+        std::string format;
+        std::int32_t argument;
+        ObTracePayload payload;
+    };
+    void write(const char* format, std::int32_t argument, ObTracePayload payload) override;
+    std::vector<Message> messages() const;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Message> messages_;
+};
+
+} // namespace tessiva::test
