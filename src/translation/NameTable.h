@@ -1,0 +1,43 @@
+// NameTable: a process-wide table from VR names to service numbers, built on
+// first use under its own guard and only read afterwards.
+#pragma once
+
+#include <vector>
+#include <utility>
+
+#include "tessiva/object/ObDictionary.h"
+#include "tessiva/object/ObError.h"
+#include "tessiva/os/ObOnce.h"
+
+namespace tessiva::detail {
+
+class NameTable {
+public:
+    using Row = std::pair<ObString*, ObInteger>;
+    // Reads the rows when the table is built, so that exported constants
+    // contribute the values they hold at that moment.
+    using Rows = std::vector<Row> (*)();
+
+    constexpr NameTable(Rows rows, const char* unknownNameFormat) noexcept
+        : rows_(rows), unknownNameFormat_(unknownNameFormat) {}
+
+    // The number for the name, or 0 for an unknown or absent name. A given
+    // out-parameter receives absent, or the parameter error made from the
+    // unknown-name format.
+    ObInteger translate(const ObRef<ObString>& name, ObRef<ObError>* error);
+
+private:
+    const ObDictionary& table();
+
+    Rows rows_;
+    const char* unknownNameFormat_;
+    ObOnceToken once_;
+    // Owned by the process from the first use on; never released.
+    const ObDictionary* table_ = nullptr;
+};
+
+// The raising partner's tail: the result when it is non-zero, otherwise
+// raises the error; returns 0 should raising ever return.
+ObInteger resultOrRaise(ObInteger result, const ObRef<ObError>& error);
+
+} // namespace tessiva::detail

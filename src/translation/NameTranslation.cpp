@@ -1,0 +1,110 @@
+// The four single-name translations and their tables, rows in build order.
+#include "tessiva/KVLegacyHelper.h"
+#include "tessiva/VRConstants.h"
+#include "translation/NameTable.h"
+
+using tessiva::detail::NameTable;
+using tessiva::detail::resultOrRaise;
+
+namespace {
+constinit ObConstantString deviceOwnerAuthenticated{"DeviceOwnerAuthenticated"};
+constinit ObConstantString deviceOwnerAuthenticatedWithBiometrics{"DeviceOwnerAuthenticatedWithBiometrics"};
+constinit ObConstantString deviceOwnerConsentRidgescanPreferred{"DeviceOwnerConsentRidgescanPreferred"};
+
+constinit NameTable policyMap{
+    [] {
+        return std::vector<NameTable::Row>{
+            {VRPolicyDeviceOwnerAuthenticated, 1000},
+            {VRPolicyDeviceOwnerAuthenticatedWithBiometrics, 1},
+            {VRPolicyDeviceOwnerConsent, 1001},
+            {VRPolicyDeviceOwnerConsentRidgeScanPreferred, 1002},
+            {VRPolicyHumanPresence, 1003},
+            {VRPolicyVelmora, 1004},
+            {VRPolicyTirsa, 1005},
+            {VRPolicyTirsaWithPIN, 1006},
+            {VRPolicyRidgeScanEnrollment, 1007},
+            {&deviceOwnerAuthenticated, 1000},
+            {&deviceOwnerAuthenticatedWithBiometrics, 1},
+            {&deviceOwnerConsentRidgescanPreferred, 1002},
+        };
+    },
+    "Unknown policy: '%@'"};
+
+constinit NameTable optionMap{
+    [] {
+        return std::vector<NameTable::Row>{
+            {VRHintAppAction, 2},
+            {VRHintCallerPID, 1002},
+            {VRHintEventProcessing, 1007},
+            {VRHintMaxPasscodeFailures, 1004},
+            {VRHintMaxRidgeScanFailures, 1003},
+            {VRHintNotInteractive, 1000},
+            {VRHintTimeout, 1001},
+            {VRHintUserFallback, 1},
+            {VRHintPresentationStyle, 1005},
+            {VRHintTransitionStyle, 1006},
+            {VRHintLightPasscodeScreen, 1008},
+            {VRHintPassphraseFirst, 1012},
+            {VRHintPINTitle, 1013},
+            {VRHintPINLength, 1014},
+        };
+    },
+    "Unknown hint: '%@'"};
+
+constinit NameTable eventMap{
+    [] {
+        return std::vector<NameTable::Row>{
+            {VREventRidgeScan, 1},
+            {VREventPasscode, 2},
+            {VREventConsent, 3},
+            {VREventPassphrase, 4},
+        };
+    },
+    "Unknown event: '%@'"};
+
+constinit NameTable resultMap{
+    [] {
+        return std::vector<NameTable::Row>{
+            {VRResultTagUsedRidgeScan, 1},
+            {VRResultTagRidgeScanIdentity, 2},
+            {VRResultTagUsedPasscode, 3},
+            {VRResultTagUsedYesNo, 4},
+            {VRResultTagUsedPassphrase, 5},
+        };
+    },
+    "Unknown result: '%@'"};
+} // namespace
+
+ObInteger KVLegacyHelper::policyFromVRPolicy_error(const ObRef<ObString>& policy, ObRef<ObError>* error) {
+    return policyMap.translate(policy, error);
+}
+
+ObInteger KVLegacyHelper::policyFromVRPolicy(const ObRef<ObString>& policy) {
+    ObRef<ObError> error;
+    const ObInteger result = KVLegacyHelper::policyFromVRPolicy_error(policy, &error);
+    return resultOrRaise(result, error);
+}
+
+ObInteger KVLegacyHelper::optionFromVRHint_error(const ObRef<ObString>& hint, ObRef<ObError>* error) {
+    return optionMap.translate(hint, error);
+}
+
+ObInteger KVLegacyHelper::eventFromVREvent_error(const ObRef<ObString>& event, ObRef<ObError>* error) {
+    return eventMap.translate(event, error);
+}
+
+ObInteger KVLegacyHelper::eventFromVREvent(const ObRef<ObString>& event) {
+    ObRef<ObError> error;
+    const ObInteger result = KVLegacyHelper::eventFromVREvent_error(event, &error);
+    return resultOrRaise(result, error);
+}
+
+ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result, ObRef<ObError>* error) {
+    return resultMap.translate(result, error);
+}
+
+ObInteger KVLegacyHelper::resultFromVRResult(const ObRef<ObString>& result) {
+    ObRef<ObError> error;
+    const ObInteger number = KVLegacyHelper::resultFromVRResult_error(result, &error);
+    return resultOrRaise(number, error);
+}
