@@ -1,7 +1,7 @@
 // A short tour of the object library: builds a few objects and prints them.
-#include <cstdio>
-
 #include "tessiva/object/Ob.h"
+
+#include <cstdio>
 
 int main() {
     ObRef<ObMutableDictionary> options = ObMutableDictionary::make();
@@ -19,6 +19,7 @@ int main() {
     std::printf("list:    %s\n", list->description()->cString());
     std::printf("handle:  %s\n", ObData::make(handle, sizeof handle)->description()->cString());
     std::printf("error:   %s\n", error->description()->cString());
-    std::printf("format:  %s\n", ObFormat("%@ / %s / %d / %ld / %%", nullptr, "text", -7, 1L << 20)->cString());
+    std::printf("format:  %s\n",
+                ObFormat("%@ / %s / %d / %ld / %%", nullptr, "text", -7, 1L << 20)->cString());
     return 0;
 }

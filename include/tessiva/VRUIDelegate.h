@@ -1,11 +1,11 @@
 // VRUIDelegate: the user-interface delegate a VR caller implements.
 #pragma once
 
-#include <functional>
-
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
 #include "tessiva/object/ObString.h"
+
+#include <functional>
 
 // The caller's answer to an event: a dictionary keyed by VR response names
 // (may be absent) and an error (may be absent). It may be called later and

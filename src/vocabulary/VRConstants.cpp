@@ -19,9 +19,12 @@ constinit ObConstantString textMaxPasscodeFailures{"MaxPasscodeFailures"};
 constinit ObConstantString textLightPasscodeScreen{"LightPasscodeScreen"};
 constinit ObConstantString textPresentationStyle{"PresentationStyle"};
 constinit ObConstantString textTransitionStyle{"TransitionStyle"};
-constinit ObConstantString textEventProcessingGetRemoteViewController{"EventProcessingGetRemoteViewController"};
-constinit ObConstantString textEventParamRemoteViewControllerBundleID{"EventParamRemoteViewControllerBundleID"};
-constinit ObConstantString textEventParamRemoteViewControllerName{"EventParamRemoteViewControllerName"};
+constinit ObConstantString textEventProcessingGetRemoteViewController{
+    "EventProcessingGetRemoteViewController"};
+constinit ObConstantString textEventParamRemoteViewControllerBundleID{
+    "EventParamRemoteViewControllerBundleID"};
+constinit ObConstantString textEventParamRemoteViewControllerName{
+    "EventParamRemoteViewControllerName"};
 constinit ObConstantString textEventRidgescan{"EventRidgescan"};
 constinit ObConstantString textStatus{"Status"};
 constinit ObConstantString textIdentity{"Identity"};
@@ -79,8 +82,10 @@ ObString* VRHintMaxPasscodeFailures = &textMaxPasscodeFailures;
 ObString* VRHintLightPasscodeScreen = &textLightPasscodeScreen;
 ObString* VRHintPresentationStyle = &textPresentationStyle;
 ObString* VRHintTransitionStyle = &textTransitionStyle;
-ObString* VRHintEventProcessingGetRemoteViewController = &textEventProcessingGetRemoteViewController;
-ObString* VRHintEventParamRemoteViewControllerBundleID = &textEventParamRemoteViewControllerBundleID;
+ObString* VRHintEventProcessingGetRemoteViewController =
+    &textEventProcessingGetRemoteViewController;
+ObString* VRHintEventParamRemoteViewControllerBundleID =
+    &textEventParamRemoteViewControllerBundleID;
 ObString* VRHintEventParamRemoteViewControllerName = &textEventParamRemoteViewControllerName;
 ObString* VREventRidgescan = &textEventRidgescan;
 ObString* VREventRidgeScan = &textEventRidgescan;

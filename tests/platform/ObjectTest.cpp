@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include "tessiva/object/Ob.h"
+
+#include <gtest/gtest.h>
 
 namespace {
 constinit ObConstantString greeting{"hello"};

@@ -1,13 +1,13 @@
 // Helpers shared by every suite: capturing sinks for the system and trace logs.
 #pragma once
 
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include "tessiva/object/Ob.h"
 #include "tessiva/os/ObLog.h"
 #include "tessiva/os/ObTraceLog.h"
+
+#include <mutex>
+#include <string>
+#include <vector>
 
 namespace tessiva::test {
 

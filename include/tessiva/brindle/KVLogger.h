@@ -1,9 +1,9 @@
 // KVLogger: the process-wide switch that decides whether Tessiva logs.
 #pragma once
 
-#include <atomic>
-
 #include "tessiva/object/ObRef.h"
+
+#include <atomic>
 
 class TESSIVA_PLATFORM_API KVLogger : public ObObject {
 public:

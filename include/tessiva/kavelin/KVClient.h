@@ -2,12 +2,12 @@
 // installable backend that makes clients.
 #pragma once
 
-#include <functional>
-
 #include "tessiva/kavelin/KVUIDelegate.h"
 #include "tessiva/object/ObData.h"
 #include "tessiva/object/ObString.h"
 #include "tessiva/os/ObAtomicRef.h"
+
+#include <functional>
 
 class KVClient;
 
@@ -26,9 +26,8 @@ public:
     // absent). With no backend installed, replies at once, on the calling
     // thread, with an absent client and a KVErrorDomain error of code
     // KVErrorServiceUnavailable, "No authentication service is available.".
-    static void clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
-                                                               const ObRef<KVUIDelegate>& uiDelegate,
-                                                               KVClientReply reply);
+    static void clientWithExternalizedContext_uiDelegate_reply(
+        const ObRef<ObData>& context, const ObRef<KVUIDelegate>& uiDelegate, KVClientReply reply);
 
     // The context in externalized form: the credential handle.
     virtual ObRef<ObData> externalizedContext() = 0;
@@ -52,12 +51,14 @@ public:
 // What makes clients: the service itself, a simulation, or a test's fake.
 class TESSIVA_PLATFORM_API KVClientBackend : public ObObject {
 public:
-    virtual void clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
-                                                                const ObRef<KVUIDelegate>& uiDelegate,
-                                                                KVClientReply reply) = 0;
+    virtual void
+    clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
+                                                   const ObRef<KVUIDelegate>& uiDelegate,
+                                                   KVClientReply reply) = 0;
 };
 
 // Installs a backend (absent removes it); returns the one it replaces.
 // Thread-safe; a request already passed to a backend keeps it alive.
-TESSIVA_PLATFORM_API ObRef<KVClientBackend> KVSetClientBackend(const ObRef<KVClientBackend>& backend);
+TESSIVA_PLATFORM_API ObRef<KVClientBackend>
+KVSetClientBackend(const ObRef<KVClientBackend>& backend);
 using KVScopedClientBackend = ObScopedInstall<KVClientBackend, &KVSetClientBackend>;

@@ -1,10 +1,10 @@
 // KVUIDelegate: the service framework's user-interface delegate protocol.
 #pragma once
 
-#include <functional>
-
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
+
+#include <functional>
 
 // The answer to a user-interface event: a dictionary keyed by numbers and an
 // error, either of which may be absent.

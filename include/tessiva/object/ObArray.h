@@ -1,10 +1,10 @@
 // ObArray: an immutable ordered list of present objects.
 #pragma once
 
+#include "tessiva/object/ObRef.h"
+
 #include <initializer_list>
 #include <vector>
-
-#include "tessiva/object/ObRef.h"
 
 class TESSIVA_PLATFORM_API ObArray : public ObObject {
 public:

@@ -1,9 +1,9 @@
 // ObClass and ObClassFromString: classes known by name in this process.
 #pragma once
 
-#include <string_view>
-
 #include "tessiva/object/ObString.h"
+
+#include <string_view>
 
 // A class known to the process, found by its name. Registered classes live
 // until the process ends.
@@ -37,4 +37,5 @@ TESSIVA_PLATFORM_API ObRef<ObClass> ObRegisterClass(std::string_view name);
 TESSIVA_PLATFORM_API ObRef<ObClass> ObClassFromString(const ObRef<ObString>& name);
 
 // Installs a registry (absent restores the default); returns the one it replaces.
-TESSIVA_PLATFORM_API ObRef<ObClassRegistry> ObSetClassRegistry(const ObRef<ObClassRegistry>& registry);
+TESSIVA_PLATFORM_API ObRef<ObClassRegistry>
+ObSetClassRegistry(const ObRef<ObClassRegistry>& registry);

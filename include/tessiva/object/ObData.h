@@ -1,10 +1,10 @@
 // ObData: an immutable run of bytes.
 #pragma once
 
+#include "tessiva/object/ObRef.h"
+
 #include <cstddef>
 #include <vector>
-
-#include "tessiva/object/ObRef.h"
 
 class TESSIVA_PLATFORM_API ObData : public ObObject {
 public:

@@ -2,12 +2,12 @@
 // insertion order, with keys compared by value (isEqual and hash).
 #pragma once
 
+#include "tessiva/object/ObRef.h"
+
 #include <cstdint>
 #include <initializer_list>
 #include <utility>
 #include <vector>
-
-#include "tessiva/object/ObRef.h"
 
 class ObMutableDictionary;
 

@@ -1,9 +1,9 @@
 // ObException and ObInvalidArgumentException: the exceptions of the object library.
 #pragma once
 
-#include <exception>
-
 #include "tessiva/object/ObString.h"
+
+#include <exception>
 
 class TESSIVA_PLATFORM_API ObException : public std::exception {
 public:

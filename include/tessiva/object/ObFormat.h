@@ -13,12 +13,12 @@
 // and arguments beyond the last conversion are ignored.
 #pragma once
 
+#include "tessiva/object/ObString.h"
+
 #include <concepts>
 #include <cstddef>
 #include <string>
 #include <string_view>
-
-#include "tessiva/object/ObString.h"
 
 namespace tessiva::detail {
 // One captured argument; only ever built by ObFormat itself.
@@ -39,7 +39,9 @@ inline FormatArgument formatArgument(const ObObject* object) noexcept {
 template <class T> FormatArgument formatArgument(const ObRef<T>& ref) noexcept {
     return formatArgument(static_cast<const ObObject*>(ref.get()));
 }
-inline FormatArgument formatArgument(std::nullptr_t) noexcept { return {}; }
+inline FormatArgument formatArgument(std::nullptr_t) noexcept {
+    return {};
+}
 // A null C string keeps the Text kind and prints "(null)".
 inline FormatArgument formatArgument(const char* text) noexcept {
     FormatArgument argument;
@@ -67,9 +69,9 @@ template <std::integral T> FormatArgument formatArgument(T value) noexcept {
 } // namespace tessiva::detail
 
 // Formats the captured arguments; ObFormat is the way in.
-TESSIVA_PLATFORM_API ObRef<ObString> ObFormatArguments(std::string_view format,
-                                                       const tessiva::detail::FormatArgument* arguments,
-                                                       ObUInteger count);
+TESSIVA_PLATFORM_API ObRef<ObString>
+ObFormatArguments(std::string_view format, const tessiva::detail::FormatArgument* arguments,
+                  ObUInteger count);
 
 // Appends the formatted text to a string; the engine behind ObFormatArguments.
 TESSIVA_PLATFORM_API void ObFormatAppend(std::string& out, std::string_view format,

@@ -2,9 +2,9 @@
 // backends, sinks), so that no calling code writes a bare new.
 #pragma once
 
-#include <utility>
-
 #include "tessiva/object/ObRef.h"
+
+#include <utility>
 
 template <class T, class... Arguments> ObRef<T> ObMake(Arguments&&... arguments) {
     return ObRef<T>::adopt(new T(std::forward<Arguments>(arguments)...));

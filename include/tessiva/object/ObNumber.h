@@ -1,10 +1,10 @@
 // ObNumber: a boxed signed integer or boolean.
 #pragma once
 
+#include "tessiva/object/ObRef.h"
+
 #include <concepts>
 #include <type_traits>
-
-#include "tessiva/object/ObRef.h"
 
 class TESSIVA_PLATFORM_API ObNumber : public ObObject {
 public:
@@ -14,11 +14,10 @@ public:
 
     // A pointer, a character or a bool is almost never meant as an integer.
     template <class T>
-        requires std::is_pointer_v<T> || std::same_as<T, bool> || std::same_as<T, char>
+    requires std::is_pointer_v<T> || std::same_as<T, bool> || std::same_as<T, char>
     static ObRef<ObNumber> make(T) = delete;
     template <class T>
-        requires(!std::same_as<T, bool>)
-    static ObRef<ObNumber> makeBool(T) = delete;
+    requires(!std::same_as<T, bool>) static ObRef<ObNumber> makeBool(T) = delete;
 
     ObInteger integerValue() const noexcept { return value_; }
     bool boolValue() const noexcept { return value_ != 0; }

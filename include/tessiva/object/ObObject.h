@@ -2,11 +2,11 @@
 // thread-safe reference count.
 #pragma once
 
+#include "tessiva/object/ObDefines.h"
+
 #include <atomic>
 #include <cstddef>
 #include <new>
-
-#include "tessiva/object/ObDefines.h"
 
 template <class T> class ObRef;
 class ObString;

@@ -1,11 +1,11 @@
 // ObRef<T>: a shared-ownership handle on an ObObject, and the ob_cast kind-of test.
 #pragma once
 
+#include "tessiva/object/ObObject.h"
+
 #include <concepts>
 #include <cstddef>
 #include <utility>
-
-#include "tessiva/object/ObObject.h"
 
 template <class T> class ObRef {
 public:
@@ -16,21 +16,17 @@ public:
     // Shares ownership of an existing object (retains it).
     ObRef(T* object) noexcept : object_(object) { retainObject(); }
     template <class U>
-        requires std::convertible_to<U*, T*>
-    ObRef(U* object) noexcept : object_(object) {
-        retainObject();
-    }
+    requires std::convertible_to<U*, T*> ObRef(U* object)
+    noexcept : object_(object) { retainObject(); }
 
     ObRef(const ObRef& other) noexcept : object_(other.object_) { retainObject(); }
     ObRef(ObRef&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     template <class U>
-        requires std::convertible_to<U*, T*>
-    ObRef(const ObRef<U>& other) noexcept : object_(other.get()) {
-        retainObject();
-    }
+    requires std::convertible_to<U*, T*> ObRef(const ObRef<U>& other)
+    noexcept : object_(other.get()) { retainObject(); }
     template <class U>
-        requires std::convertible_to<U*, T*>
-    ObRef(ObRef<U>&& other) noexcept : object_(other.leakRef()) {}
+    requires std::convertible_to<U*, T*> ObRef(ObRef<U>&& other)
+    noexcept : object_(other.leakRef()) {}
 
     ~ObRef() {
         if (object_ != nullptr)

@@ -1,9 +1,9 @@
 // ObString: immutable UTF-8 text, and constant strings made at compile time.
 #pragma once
 
-#include <string_view>
-
 #include "tessiva/object/ObRef.h"
+
+#include <string_view>
 
 namespace tessiva::detail {
 // FNV-1a over the bytes, in the word size; usable at compile time so that

@@ -5,10 +5,10 @@
 // error instead. A test or host application can install its own sink.
 #pragma once
 
-#include <string_view>
-
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/os/ObAtomicRef.h"
+
+#include <string_view>
 
 enum class ObLogPriority : int { Debug = 0, Info = 1, Notice = 2, Error = 3 };
 

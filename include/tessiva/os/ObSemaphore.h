@@ -1,10 +1,10 @@
 // ObSemaphore: a counting semaphore that waits without time-out.
 #pragma once
 
+#include "tessiva/object/ObDefines.h"
+
 #include <condition_variable>
 #include <mutex>
-
-#include "tessiva/object/ObDefines.h"
 
 class TESSIVA_PLATFORM_API ObSemaphore {
 public:

@@ -2,14 +2,14 @@
 // that is collected by calling back into the writer.
 #pragma once
 
+#include "tessiva/object/ObRef.h"
+#include "tessiva/os/ObAtomicRef.h"
+
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "tessiva/object/ObRef.h"
-#include "tessiva/os/ObAtomicRef.h"
 
 // The string-keyed message a payload callback fills in.
 class TESSIVA_PLATFORM_API ObTraceMessage {

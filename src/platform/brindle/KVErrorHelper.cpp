@@ -21,4 +21,6 @@ ObRef<ObError> KVErrorHelper::parameterErrorWithMessage(const ObRef<ObString>& m
                          ObDictionary::make({{ObLocalizedDescriptionKey, text}}));
 }
 
-void KVErrorHelper::raiseException(const ObRef<ObError>& error) { throw KVException(error); }
+void KVErrorHelper::raiseException(const ObRef<ObError>& error) {
+    throw KVException(error);
+}

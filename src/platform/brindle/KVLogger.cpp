@@ -27,6 +27,10 @@ public:
     }
 };
 
-ObRef<KVLogger> KVLogger::sharedInstance() { return ObRef<KVLogger>(&KVLoggerInstance::get()); }
+ObRef<KVLogger> KVLogger::sharedInstance() {
+    return ObRef<KVLogger>(&KVLoggerInstance::get());
+}
 
-const char* KVLogger::className() const noexcept { return "KVLogger"; }
+const char* KVLogger::className() const noexcept {
+    return "KVLogger";
+}

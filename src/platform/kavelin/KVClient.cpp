@@ -17,11 +17,13 @@ void KVClient::clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData
                                                               const ObRef<KVUIDelegate>& uiDelegate,
                                                               KVClientReply reply) {
     if (ObRef<KVClientBackend> backend = backendSeam().current()) {
-        backend->clientWithExternalizedContext_uiDelegate_reply(context, uiDelegate, std::move(reply));
+        backend->clientWithExternalizedContext_uiDelegate_reply(context, uiDelegate,
+                                                                std::move(reply));
         return;
     }
-    reply(nullptr, ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
-                                 ObDictionary::make({{ObLocalizedDescriptionKey, &noServiceMessage}})));
+    reply(nullptr,
+          ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
+                        ObDictionary::make({{ObLocalizedDescriptionKey, &noServiceMessage}})));
 }
 
 ObRef<KVClientBackend> KVSetClientBackend(const ObRef<KVClientBackend>& backend) {

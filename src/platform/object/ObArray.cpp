@@ -1,10 +1,10 @@
 // Immutable arrays of present objects.
 #include "tessiva/object/ObArray.h"
 
-#include <string>
-
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
+
+#include <string>
 
 namespace {
 void requireNoAbsentItem(const std::vector<ObRef<ObObject>>& items) {
@@ -40,9 +40,13 @@ ObRef<ObString> ObArray::description() const {
     return ObString::make(text);
 }
 
-ObUInteger ObArray::hash() const noexcept { return items_.size(); }
+ObUInteger ObArray::hash() const noexcept {
+    return items_.size();
+}
 
-const char* ObArray::className() const noexcept { return "ObArray"; }
+const char* ObArray::className() const noexcept {
+    return "ObArray";
+}
 
 bool ObArray::equals(const ObObject& other) const noexcept {
     const auto* array = dynamic_cast<const ObArray*>(&other);

@@ -1,13 +1,13 @@
 // The class registry behind ObClassFromString.
 #include "tessiva/object/ObClass.h"
 
+#include "../os/Seam.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObMake.h"
+
 #include <map>
 #include <mutex>
 #include <string>
-
-#include "tessiva/object/ObFormat.h"
-#include "tessiva/object/ObMake.h"
-#include "../os/Seam.h"
 
 namespace {
 class DefaultClassRegistry final : public ObClassRegistry {
@@ -39,14 +39,19 @@ DefaultClassRegistry& defaultRegistry() {
 }
 
 tessiva::detail::Seam<ObClassRegistry>& registrySeam() {
-    static auto* seam = new tessiva::detail::Seam<ObClassRegistry>(ObRef<ObClassRegistry>(&defaultRegistry()));
+    static auto* seam =
+        new tessiva::detail::Seam<ObClassRegistry>(ObRef<ObClassRegistry>(&defaultRegistry()));
     return *seam;
 }
 } // namespace
 
-ObRef<ObString> ObClass::description() const { return ObFormat("<class %@>", name_); }
+ObRef<ObString> ObClass::description() const {
+    return ObFormat("<class %@>", name_);
+}
 
-const char* ObClass::className() const noexcept { return "ObClass"; }
+const char* ObClass::className() const noexcept {
+    return "ObClass";
+}
 
 ObRef<ObClass> ObRegisterClass(std::string_view name) {
     return defaultRegistry().registerClass(name);

@@ -1,9 +1,9 @@
 // Immutable bytes and their hexadecimal text form.
 #include "tessiva/object/ObData.h"
 
-#include <string>
-
 #include "tessiva/object/ObString.h"
+
+#include <string>
 
 ObRef<ObData> ObData::make(const void* bytes, ObUInteger length) {
     const auto* first = static_cast<const unsigned char*>(bytes);
@@ -29,7 +29,9 @@ ObUInteger ObData::hash() const noexcept {
         std::string_view(reinterpret_cast<const char*>(bytes_.data()), bytes_.size()));
 }
 
-const char* ObData::className() const noexcept { return "ObData"; }
+const char* ObData::className() const noexcept {
+    return "ObData";
+}
 
 bool ObData::equals(const ObObject& other) const noexcept {
     const auto* data = dynamic_cast<const ObData*>(&other);

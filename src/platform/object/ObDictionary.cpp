@@ -2,10 +2,10 @@
 // index of positions, so that a lookup is one hash and a short probe.
 #include "tessiva/object/ObDictionary.h"
 
-#include <string>
-
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
+
+#include <string>
 
 namespace {
 void requirePresent(const char* className, const ObRef<ObObject>& key,
@@ -33,7 +33,9 @@ ObRef<ObDictionary> ObDictionary::make(std::vector<Entry> entries) {
     return dictionary;
 }
 
-ObRef<ObDictionary> ObDictionary::make() { return ObRef<ObDictionary>::adopt(new ObDictionary()); }
+ObRef<ObDictionary> ObDictionary::make() {
+    return ObRef<ObDictionary>::adopt(new ObDictionary());
+}
 
 std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
     if (slots_.empty())
@@ -128,9 +130,13 @@ ObRef<ObString> ObDictionary::description() const {
     return ObString::make(text);
 }
 
-ObUInteger ObDictionary::hash() const noexcept { return entries_.size(); }
+ObUInteger ObDictionary::hash() const noexcept {
+    return entries_.size();
+}
 
-const char* ObDictionary::className() const noexcept { return "ObDictionary"; }
+const char* ObDictionary::className() const noexcept {
+    return "ObDictionary";
+}
 
 bool ObDictionary::equals(const ObObject& other) const noexcept {
     const auto* dictionary = dynamic_cast<const ObDictionary*>(&other);
@@ -148,7 +154,8 @@ ObRef<ObMutableDictionary> ObMutableDictionary::make() {
     return ObRef<ObMutableDictionary>::adopt(new ObMutableDictionary());
 }
 
-void ObMutableDictionary::setObject_forKey(const ObRef<ObObject>& value, const ObRef<ObObject>& key) {
+void ObMutableDictionary::setObject_forKey(const ObRef<ObObject>& value,
+                                           const ObRef<ObObject>& key) {
     requirePresent("ObMutableDictionary", key, value);
     store(key, value);
 }
@@ -165,4 +172,6 @@ ObRef<ObDictionary> ObMutableDictionary::copy() const {
     return copied;
 }
 
-const char* ObMutableDictionary::className() const noexcept { return "ObMutableDictionary"; }
+const char* ObMutableDictionary::className() const noexcept {
+    return "ObMutableDictionary";
+}

@@ -26,4 +26,6 @@ ObRef<ObString> ObError::description() const {
     return ObFormat("Error Domain=%@ Code=%ld \"%@\"", domain_, code_, localizedDescription());
 }
 
-const char* ObError::className() const noexcept { return "ObError"; }
+const char* ObError::className() const noexcept {
+    return "ObError";
+}

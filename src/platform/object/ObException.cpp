@@ -10,7 +10,9 @@ ObException::ObException(ObRef<ObString> name, ObRef<ObString> reason) noexcept
 
 ObException::~ObException() = default;
 
-const char* ObException::what() const noexcept { return reason_ ? reason_->cString() : ""; }
+const char* ObException::what() const noexcept {
+    return reason_ ? reason_->cString() : "";
+}
 
 ObInvalidArgumentException::ObInvalidArgumentException(ObRef<ObString> reason) noexcept
     : ObException(ObRef<ObString>(&invalidArgumentName), std::move(reason)) {}

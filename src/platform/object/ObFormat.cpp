@@ -43,7 +43,9 @@ template <class Narrow> void appendInteger(std::string& out, const FormatArgumen
 void ObFormatAppend(std::string& out, std::string_view format, const FormatArgument* arguments,
                     ObUInteger count) {
     ObUInteger next = 0;
-    auto take = [&]() -> const FormatArgument* { return next < count ? &arguments[next++] : nullptr; };
+    auto take = [&]() -> const FormatArgument* {
+        return next < count ? &arguments[next++] : nullptr;
+    };
     for (std::size_t index = 0; index < format.size(); ++index) {
         const char c = format[index];
         if (c != '%' || index + 1 == format.size()) {

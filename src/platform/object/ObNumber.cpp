@@ -1,9 +1,9 @@
 // Boxed integers and the two shared booleans.
 #include "tessiva/object/ObNumber.h"
 
-#include <string>
-
 #include "tessiva/object/ObString.h"
+
+#include <string>
 
 class ObNumberConstants {
 public:
@@ -21,7 +21,9 @@ ObRef<ObNumber> ObNumber::makeBool(bool value) noexcept {
     return ObRef<ObNumber>(value ? &ObNumberConstants::yes : &ObNumberConstants::no);
 }
 
-ObRef<ObString> ObNumber::description() const { return ObString::make(std::to_string(value_)); }
+ObRef<ObString> ObNumber::description() const {
+    return ObString::make(std::to_string(value_));
+}
 
 ObUInteger ObNumber::hash() const noexcept {
     // Spread the bits so that small consecutive integers do not share slots.
@@ -30,7 +32,9 @@ ObUInteger ObNumber::hash() const noexcept {
     return bits * static_cast<ObUInteger>(0x9E3779B97F4A7C15ULL);
 }
 
-const char* ObNumber::className() const noexcept { return "ObNumber"; }
+const char* ObNumber::className() const noexcept {
+    return "ObNumber";
+}
 
 bool ObNumber::equals(const ObObject& other) const noexcept {
     const auto* number = dynamic_cast<const ObNumber*>(&other);

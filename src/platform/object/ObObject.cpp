@@ -33,13 +33,21 @@ bool ObObject::isEqual(const ObObject* other) const noexcept {
     return other != nullptr && equals(*other);
 }
 
-bool ObObject::isEqual(const ObRef<ObObject>& other) const noexcept { return isEqual(other.get()); }
+bool ObObject::isEqual(const ObRef<ObObject>& other) const noexcept {
+    return isEqual(other.get());
+}
 
-bool ObObject::equals(const ObObject&) const noexcept { return false; }
+bool ObObject::equals(const ObObject&) const noexcept {
+    return false;
+}
 
-ObUInteger ObObject::hash() const noexcept { return reinterpret_cast<ObUInteger>(this); }
+ObUInteger ObObject::hash() const noexcept {
+    return reinterpret_cast<ObUInteger>(this);
+}
 
-const char* ObObject::className() const noexcept { return "ObObject"; }
+const char* ObObject::className() const noexcept {
+    return "ObObject";
+}
 
 ObRef<ObString> ObObject::description() const {
     char address[2 * sizeof(void*) + 3];

@@ -10,13 +10,17 @@ ObRef<ObString> ObString::make(std::string_view text) {
     if (!text.empty())
         std::memcpy(characters, text.data(), text.size());
     characters[text.size()] = '\0';
-    return ObRef<ObString>::adopt(new (memory) ObString(
-        characters, text.size(), tessiva::detail::hashBytes(text)));
+    return ObRef<ObString>::adopt(
+        new (memory) ObString(characters, text.size(), tessiva::detail::hashBytes(text)));
 }
 
-ObRef<ObString> ObString::description() const { return ObRef<ObString>(const_cast<ObString*>(this)); }
+ObRef<ObString> ObString::description() const {
+    return ObRef<ObString>(const_cast<ObString*>(this));
+}
 
-const char* ObString::className() const noexcept { return "ObString"; }
+const char* ObString::className() const noexcept {
+    return "ObString";
+}
 
 bool ObString::equals(const ObObject& other) const noexcept {
     const auto* string = dynamic_cast<const ObString*>(&other);

@@ -30,7 +30,9 @@ ObRef<ObObject> ObAtomicObject::load() const {
     return ObRef<ObObject>(object_);
 }
 
-void ObAtomicObject::store(ObRef<ObObject> object) { (void)exchange(std::move(object)); }
+void ObAtomicObject::store(ObRef<ObObject> object) {
+    (void)exchange(std::move(object));
+}
 
 ObRef<ObObject> ObAtomicObject::exchange(ObRef<ObObject> object) {
     ObObject* previous;

@@ -2,15 +2,14 @@
 // installed sink.
 #include "tessiva/os/ObLog.h"
 
-#include <syslog.h>
+#include "Seam.h"
+#include "tessiva/object/ObMake.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-
-#include "Seam.h"
-#include "tessiva/object/ObMake.h"
+#include <syslog.h>
 
 namespace {
 int syslogPriority(ObLogPriority priority) {
@@ -59,4 +58,6 @@ void ObLogWrite(ObLogPriority priority, std::string_view line) {
     logSeam().current()->writeLine(priority, line);
 }
 
-ObRef<ObLogSink> ObSetLogSink(const ObRef<ObLogSink>& sink) { return logSeam().install(sink); }
+ObRef<ObLogSink> ObSetLogSink(const ObRef<ObLogSink>& sink) {
+    return logSeam().install(sink);
+}

@@ -2,12 +2,12 @@
 // line of the system log.
 #include "tessiva/os/ObTraceLog.h"
 
-#include <string>
-
 #include "Seam.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObMake.h"
 #include "tessiva/os/ObLog.h"
+
+#include <string>
 
 void ObTraceMessage::setString(const char* key, const char* value) {
     const std::string valueText = value == nullptr ? std::string() : std::string(value);
@@ -52,4 +52,6 @@ void ObTraceLogWrite(const char* format, std::int32_t argument, ObTracePayload p
     traceSeam().current()->write(format, argument, std::move(payload));
 }
 
-ObRef<ObTraceSink> ObSetTraceSink(const ObRef<ObTraceSink>& sink) { return traceSeam().install(sink); }
+ObRef<ObTraceSink> ObSetTraceSink(const ObRef<ObTraceSink>& sink) {
+    return traceSeam().install(sink);
+}
