@@ -1,0 +1,87 @@
+// VRCredentialReference: a caller's handle on an authentication context held
+// by the service, reached through a KVClient once set up.
+//
+// Every operation writes an entry line to the system log under the tag
+// "VRCredReference" (when KVLogger has logging on), named after the
+// operation, e.g. "-[VRCredentialReference invalidate]". A reply the
+// operation hands to the service logs under the same name followed by
+// " (reply)", so the two lines of one call read as a pair.
+#pragma once
+
+#include "tessiva/VRReplies.h"
+#include "tessiva/VRUIDelegate.h"
+#include "tessiva/kavelin/KVClient.h"
+#include "tessiva/os/ObAtomicRef.h"
+
+class TESSIVA_API VRCredentialReference : public ObObject {
+public:
+    // A new reference that holds nothing until it is set up.
+    static ObRef<VRCredentialReference> make();
+
+    // The externalized context of the client of the last completed set-up
+    // (absent before any, or after one that failed). Safe against a set-up
+    // finishing on another thread.
+    ObRef<ObData> credentialHandle() const;
+    // The client's name for the context's creator; absent with no client.
+    ObRef<ObString> creatorDisplayName() const;
+
+    // --- Set-up -------------------------------------------------------------
+    // Asks the service for a client on `handle` (absent for a new context)
+    // whose user-interface events go to `uiDelegate` (may be absent), and
+    // returns at once. When the service answers, the reference keeps the
+    // client and its handle, also when there is none, and `reply` receives the
+    // service's error in the VR vocabulary (absent on success), on the thread
+    // the service answers on. The reference stays alive until then.
+    //
+    // `domain` is accepted for older callers and only logged.
+    void setupWithCredentialHandle_domain_uiDelegate_reply(const ObRef<ObData>& handle,
+                                                           const ObRef<ObObject>& domain,
+                                                           const ObRef<VRUIDelegate>& uiDelegate,
+                                                           VRErrorReply reply);
+    // The same with defaults: absent handle, domain and delegate.
+    void setupNewReferenceWithReply(VRErrorReply reply);
+    void setupWithCredentialHandle_reply(const ObRef<ObData>& handle, VRErrorReply reply);
+    void setupWithCredentialHandle_domain_reply(const ObRef<ObData>& handle,
+                                                const ObRef<ObObject>& domain, VRErrorReply reply);
+    void setupWithCredentialHandle_uiDelegate_reply(const ObRef<ObData>& handle,
+                                                    const ObRef<VRUIDelegate>& uiDelegate,
+                                                    VRErrorReply reply);
+
+    // Synchronous set-up: blocks, without time-out, until the service has
+    // answered; true on success. A given `error` is always written (absent on
+    // success). Never call these on the thread the service answers on.
+    bool setupNewReferenceWithError(ObRef<ObError>* error);
+    bool setupWithCredentialHandle_error(const ObRef<ObData>& handle, ObRef<ObError>* error);
+
+    // --- Lifecycle ----------------------------------------------------------
+    // Tells the client, if any, to end its context. The reference keeps its
+    // client and handle and can be set up again. Destroying a reference does
+    // not invalidate: callers that want the context ended call this first.
+    void invalidate();
+
+    const char* className() const noexcept override;
+
+protected:
+    VRCredentialReference() noexcept;
+    ~VRCredentialReference() override;
+
+private:
+    // Each may be absent. Every read and write of a field is indivisible, as
+    // replies write them on the service's threads. Destroyed in reverse order.
+    ObAtomicRef<KVClient> _client;
+    ObAtomicRef<KVUIDelegate> _delegateProxy;
+    ObAtomicRef<ObDictionary> _lastEvaluatePolicyResult;
+    ObAtomicRef<ObData> _credentialHandle;
+};
+
+// The older name of the same kind of reference; it behaves identically.
+class TESSIVA_API VRCredReference : public VRCredentialReference {
+public:
+    static ObRef<VRCredReference> make();
+
+    const char* className() const noexcept override;
+
+protected:
+    VRCredReference() noexcept = default;
+    ~VRCredReference() override;
+};

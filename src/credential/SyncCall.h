@@ -1,0 +1,45 @@
+// The synchronous form of an asynchronous operation: start it, then wait,
+// without time-out, until its reply has run.
+#pragma once
+
+#include "tessiva/object/ObError.h"
+#include "tessiva/os/ObSemaphore.h"
+
+#include <memory>
+#include <utility>
+
+namespace tessiva::detail {
+
+// Calls `start` with a one-argument reply that keeps the value it receives
+// and signals; then waits for that signal and returns the value. A reply
+// that ran before `start` returned leaves the signal waiting, so this returns
+// at once; a reply that never runs blocks for ever. An exception out of
+// `start` passes through without waiting.
+template <class Value, class Start> ObRef<Value> waitForReply(Start&& start) {
+    // Shared with the reply, which may run on another thread after this
+    // frame would otherwise be gone.
+    struct Rendezvous {
+        ObSemaphore semaphore{0};
+        ObRef<Value> value;
+    };
+    auto rendezvous = std::make_shared<Rendezvous>();
+    std::forward<Start>(start)([rendezvous](ObRef<Value> value) {
+        rendezvous->value = std::move(value);
+        rendezvous->semaphore.signal();
+    });
+    rendezvous->semaphore.wait();
+    return std::move(rendezvous->value);
+}
+
+// The boolean forms: true when the reply brought no error. A given `error`
+// is always written, so a stale error is cleared on success; it is left
+// alone when `start` throws.
+template <class Start> bool waitForErrorReply(Start&& start, ObRef<ObError>* error) {
+    ObRef<ObError> received = waitForReply<ObError>(std::forward<Start>(start));
+    const bool succeeded = !received;
+    if (error != nullptr)
+        *error = std::move(received);
+    return succeeded;
+}
+
+} // namespace tessiva::detail

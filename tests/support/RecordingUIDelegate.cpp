@@ -1,0 +1,20 @@
+#include "support/RecordingUIDelegate.h"
+
+namespace tessiva::test {
+
+ObRef<RecordingUIDelegate> RecordingUIDelegate::make() {
+    return ObRef<RecordingUIDelegate>::adopt(new RecordingUIDelegate());
+}
+
+void RecordingUIDelegate::event_params_reply(const ObRef<ObString>& event,
+                                             const ObRef<ObDictionary>& params, VRUIReply reply) {
+    std::lock_guard lock(mutex_);
+    events_.push_back({event, params, std::move(reply)});
+}
+
+std::vector<RecordingUIDelegate::Event> RecordingUIDelegate::events() const {
+    std::lock_guard lock(mutex_);
+    return events_;
+}
+
+} // namespace tessiva::test
