@@ -25,7 +25,8 @@ public:
 
     // A VRErrorDomain error with the code as given and user info holding only
     // the message (or "" when absent) under ObLocalizedDescriptionKey.
-    static ObRef<ObError> vrErrorWithCode_andMessage(ObInteger code, const ObRef<ObString>& message);
+    static ObRef<ObError> vrErrorWithCode_andMessage(ObInteger code,
+                                                     const ObRef<ObString>& message);
     // Absent stays absent; an error of any domain but KVErrorDomain comes back
     // as the same object; a KVErrorDomain error becomes a VRErrorDomain error
     // with the code from the error table (0 for a code the table lacks) and
@@ -59,10 +60,11 @@ public:
     // The event-processing dictionary for the value of the "EventProcessing"
     // hint (keyed by event numbers) or of the "EventFilter" hint (keyed by
     // the caller's own strings); absent with an error when malformed.
-    static ObRef<ObMutableDictionary> _eventProcessingFromVREventProcessing_error(
-        const ObRef<ObObject>& value, ObRef<ObError>* error);
-    static ObRef<ObMutableDictionary> _eventProcessingFromVREventFilter_error(const ObRef<ObObject>& value,
-                                                                             ObRef<ObError>* error);
+    static ObRef<ObMutableDictionary>
+    _eventProcessingFromVREventProcessing_error(const ObRef<ObObject>& value,
+                                                ObRef<ObError>* error);
+    static ObRef<ObMutableDictionary>
+    _eventProcessingFromVREventFilter_error(const ObRef<ObObject>& value, ObRef<ObError>* error);
 
     // --- User-interface delegates -----------------------------------------
 

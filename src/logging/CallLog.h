@@ -1,9 +1,9 @@
 // The library's one logging convention for operations and their replies.
 #pragma once
 
-#include <string_view>
-
 #include "tessiva/object/ObFormat.h"
+
+#include <string_view>
 
 namespace tessiva::detail {
 
@@ -19,7 +19,8 @@ void writeCallLog(const char* tag, const char* name, const ObRef<ObString>& argu
 // when logging is off, so that its cost and its calls on the arguments do not
 // depend on the switch.
 template <class... Arguments>
-void logCall(const char* tag, const char* name, std::string_view format, const Arguments&... arguments) {
+void logCall(const char* tag, const char* name, std::string_view format,
+             const Arguments&... arguments) {
     const ObRef<ObString> argumentText = ObFormat(format, arguments...);
     writeCallLog(tag, name, argumentText);
 }

@@ -15,9 +15,10 @@ const ObDictionary& errorMap() {
     static const ObDictionary* table = nullptr;
     ObDispatchOnce(once, [] {
         static constexpr ObInteger rows[][2] = {
-            {-1002, -1000}, {-1, -1},    {-1007, -1006}, {-1005, -1003}, {-1004, -1002}, {-5, -7},
-            {-4, -3},       {-1003, -1001}, {-6, -8},    {-7, -9},       {-2, -2},       {-3, -1007},
-            {-1009, -1010}, {-1008, -1005}, {-1001, -6}, {-1000, -6},
+            {-1002, -1000}, {-1, -1},       {-1007, -1006}, {-1005, -1003},
+            {-1004, -1002}, {-5, -7},       {-4, -3},       {-1003, -1001},
+            {-6, -8},       {-7, -9},       {-2, -2},       {-3, -1007},
+            {-1009, -1010}, {-1008, -1005}, {-1001, -6},    {-1000, -6},
         };
         std::vector<ObDictionary::Entry> entries;
         for (const auto& row : rows)
@@ -28,9 +29,11 @@ const ObDictionary& errorMap() {
 }
 } // namespace
 
-ObRef<ObError> KVLegacyHelper::vrErrorWithCode_andMessage(ObInteger code, const ObRef<ObString>& message) {
+ObRef<ObError> KVLegacyHelper::vrErrorWithCode_andMessage(ObInteger code,
+                                                          const ObRef<ObString>& message) {
     const ObRef<ObString> text = message ? message : ObRef<ObString>(&emptyMessage);
-    return ObError::make(VRErrorDomain, code, ObDictionary::make({{ObLocalizedDescriptionKey, text}}));
+    return ObError::make(VRErrorDomain, code,
+                         ObDictionary::make({{ObLocalizedDescriptionKey, text}}));
 }
 
 ObRef<ObError> KVLegacyHelper::vrErrorFromKVError(const ObRef<ObError>& error) {
@@ -41,7 +44,10 @@ ObRef<ObError> KVLegacyHelper::vrErrorFromKVError(const ObRef<ObError>& error) {
     // A code outside the table reads as 0, which is the required result.
     const ObRef<ObNumber> code = ObNumber::make(error->code());
     const auto* vrCode = static_cast<const ObNumber*>(errorMap().peekObjectForKey(code.get()));
-    return ObError::make(VRErrorDomain, vrCode != nullptr ? vrCode->integerValue() : 0, error->userInfo());
+    return ObError::make(VRErrorDomain, vrCode != nullptr ? vrCode->integerValue() : 0,
+                         error->userInfo());
 }
 
-const char* KVLegacyHelper::className() const noexcept { return "KVLegacyHelper"; }
+const char* KVLegacyHelper::className() const noexcept {
+    return "KVLegacyHelper";
+}

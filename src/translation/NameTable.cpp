@@ -1,10 +1,10 @@
 #include "translation/NameTable.h"
 
-#include <vector>
-
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
+
+#include <vector>
 
 namespace tessiva::detail {
 

@@ -2,12 +2,12 @@
 // first use under its own guard and only read afterwards.
 #pragma once
 
-#include <vector>
-#include <utility>
-
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
 #include "tessiva/os/ObOnce.h"
+
+#include <utility>
+#include <vector>
 
 namespace tessiva::detail {
 
