@@ -1,0 +1,128 @@
+// The free policy functions: their one error, the -1002 filter, their log lines.
+#include "standalone/CanEvaluatePolicyFilter.h"
+#include "support/TestSupport.h"
+#include "tessiva/VRConstants.h"
+#include "tessiva/VRFunctions.h"
+#include "tessiva/brindle/KVLogger.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Errors = std::vector<ObRef<ObError>>;
+
+// Collects every error a reply receives.
+struct Replies {
+    Errors errors;
+    VRErrorReply reply() {
+        return [this](ObRef<ObError> error) { errors.push_back(std::move(error)); };
+    }
+};
+
+struct Case {
+    const char* label;
+    // Makes the call; returns what reached the caller, reply by reply.
+    std::function<Errors()> call;
+    std::size_t replies;
+    std::vector<std::string> lines;
+};
+
+std::vector<Case> cases() {
+    const ObRef<ObString> policy = ObString::make("Policy");
+    return {
+        {"evaluate",
+         [] {
+             Replies replies;
+             VREvaluatePolicy(VRPolicyTirsa, nullptr, replies.reply());
+             return replies.errors;
+         },
+         1,
+         {"VRTessiva: VREvaluatePolicy (, (null))"}},
+        {"evaluate with hints",
+         [policy] {
+             Replies replies;
+             VREvaluatePolicy(policy, ObDictionary::make({{VRHintTimeout, ObNumber::make(30)}}),
+                              replies.reply());
+             return replies.errors;
+         },
+         1,
+         {"VRTessiva: VREvaluatePolicy (Policy, {Timeout = 30})"}},
+        {"can evaluate with reply",
+         [policy] {
+             Replies replies;
+             VRCanEvaluatePolicyWithReply(policy, replies.reply());
+             return replies.errors;
+         },
+         1,
+         {"VRTessiva: VRCanEvaluatePolicyWithReply Policy",
+          "VRTessiva: VREvaluatePolicy (Policy, {NonInteractive = 1})",
+          "VRTessiva: VRCanEvaluatePolicyWithReply (reply) -> Error "
+          "Domain=org.tessiva.VRErrorDomain "
+          "Code=-6 \"Simulator is not supported.\""}},
+        {"can evaluate",
+         [policy] {
+             ObRef<ObError> error;
+             EXPECT_FALSE(VRCanEvaluatePolicy(policy, &error));
+             return Errors{error};
+         },
+         1,
+         {"VRTessiva: VRCanEvaluatePolicy Policy"}},
+        {"can evaluate without an error slot",
+         [] {
+             EXPECT_FALSE(VRCanEvaluatePolicy(VRPolicyVelmora, nullptr));
+             return Errors{};
+         },
+         0,
+         {"VRTessiva: VRCanEvaluatePolicy "}},
+    };
+}
+
+class PolicyFunctions : public ::testing::Test {
+protected:
+    void TearDown() override { KVLogger::sharedInstance()->setLoggingEnabled(wasEnabled_); }
+
+private:
+    const bool wasEnabled_ = KVLogger::sharedInstance()->isLoggingEnabled();
+};
+
+TEST_F(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
+    for (const bool logging : {true, false}) {
+        for (const Case& c : cases()) {
+            SCOPED_TRACE(std::string(c.label) + (logging ? ", logging" : ", not logging"));
+            KVLogger::sharedInstance()->setLoggingEnabled(logging);
+            const tessiva::test::LogCapture capture;
+            const Errors errors = c.call();
+            // Replies have run, exactly once, by the time the call returns.
+            EXPECT_EQ(errors.size(), c.replies);
+            for (const ObRef<ObError>& error : errors) {
+                ASSERT_TRUE(error);
+                EXPECT_TRUE(error->domain()->isEqual(VRErrorDomain));
+                EXPECT_EQ(error->code(), -6);
+                EXPECT_EQ(error->localizedDescription()->text(), "Simulator is not supported.");
+            }
+            EXPECT_EQ(capture.lines(), logging ? c.lines : std::vector<std::string>{});
+        }
+    }
+}
+
+TEST(CanEvaluatePolicyFilter, OnlyCodeMinus1002CountsAsSuccess) {
+    using tessiva::detail::canEvaluatePolicyError;
+    const auto error = [](const ObRef<ObString>& domain, ObInteger code) {
+        return ObError::make(domain, code, nullptr);
+    };
+    EXPECT_TRUE(canEvaluatePolicyError(nullptr) == nullptr);
+    // Only the code is read, whatever the domain.
+    EXPECT_TRUE(canEvaluatePolicyError(error(VRErrorDomain, -1002)) == nullptr);
+    EXPECT_TRUE(canEvaluatePolicyError(error(ObString::make("org.example.Other"), -1002)) ==
+                nullptr);
+    for (const ObInteger code : {-6, -1000, -1001, -1003, -2, 0, 1002}) {
+        SCOPED_TRACE(code);
+        const ObRef<ObError> passed = error(VRErrorDomain, code);
+        EXPECT_EQ(canEvaluatePolicyError(passed).get(), passed.get());
+    }
+}
+
+} // namespace
