@@ -12,69 +12,43 @@
 
 namespace {
 
-using Errors = std::vector<ObRef<ObError>>;
-
-// Collects every error a reply receives.
-struct Replies {
-    Errors errors;
-    VRErrorReply reply() {
-        return [this](ObRef<ObError> error) { errors.push_back(std::move(error)); };
-    }
-};
-
 struct Case {
     const char* label;
-    // Makes the call; returns what reached the caller, reply by reply.
-    std::function<Errors()> call;
+    // Makes the call, handing what reaches the caller to `received`.
+    std::function<void(const VRErrorReply& received)> call;
     std::size_t replies;
     std::vector<std::string> lines;
 };
 
 std::vector<Case> cases() {
     const ObRef<ObString> policy = ObString::make("Policy");
+    const ObRef<ObDictionary> hints = ObDictionary::make({{VRHintTimeout, ObNumber::make(30)}});
     return {
         {"evaluate",
-         [] {
-             Replies replies;
-             VREvaluatePolicy(VRPolicyTirsa, nullptr, replies.reply());
-             return replies.errors;
-         },
+         [](const VRErrorReply& received) { VREvaluatePolicy(VRPolicyTirsa, nullptr, received); },
          1,
          {"VRTessiva: VREvaluatePolicy (, (null))"}},
         {"evaluate with hints",
-         [policy] {
-             Replies replies;
-             VREvaluatePolicy(policy, ObDictionary::make({{VRHintTimeout, ObNumber::make(30)}}),
-                              replies.reply());
-             return replies.errors;
-         },
+         [=](const VRErrorReply& received) { VREvaluatePolicy(policy, hints, received); },
          1,
          {"VRTessiva: VREvaluatePolicy (Policy, {Timeout = 30})"}},
         {"can evaluate with reply",
-         [policy] {
-             Replies replies;
-             VRCanEvaluatePolicyWithReply(policy, replies.reply());
-             return replies.errors;
-         },
+         [=](const VRErrorReply& received) { VRCanEvaluatePolicyWithReply(policy, received); },
          1,
          {"VRTessiva: VRCanEvaluatePolicyWithReply Policy",
           "VRTessiva: VREvaluatePolicy (Policy, {NonInteractive = 1})",
-          "VRTessiva: VRCanEvaluatePolicyWithReply (reply) -> Error "
-          "Domain=org.tessiva.VRErrorDomain "
-          "Code=-6 \"Simulator is not supported.\""}},
+          "VRTessiva: VRCanEvaluatePolicyWithReply (reply) -> "
+          "Error Domain=org.tessiva.VRErrorDomain Code=-6 \"Simulator is not supported.\""}},
         {"can evaluate",
-         [policy] {
+         [=](const VRErrorReply& received) {
              ObRef<ObError> error;
              EXPECT_FALSE(VRCanEvaluatePolicy(policy, &error));
-             return Errors{error};
+             received(error);
          },
          1,
          {"VRTessiva: VRCanEvaluatePolicy Policy"}},
         {"can evaluate without an error slot",
-         [] {
-             EXPECT_FALSE(VRCanEvaluatePolicy(VRPolicyVelmora, nullptr));
-             return Errors{};
-         },
+         [](const VRErrorReply&) { EXPECT_FALSE(VRCanEvaluatePolicy(VRPolicyVelmora, nullptr)); },
          0,
          {"VRTessiva: VRCanEvaluatePolicy "}},
     };
@@ -94,7 +68,8 @@ TEST_F(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
             SCOPED_TRACE(std::string(c.label) + (logging ? ", logging" : ", not logging"));
             KVLogger::sharedInstance()->setLoggingEnabled(logging);
             const tessiva::test::LogCapture capture;
-            const Errors errors = c.call();
+            std::vector<ObRef<ObError>> errors;
+            c.call([&](ObRef<ObError> error) { errors.push_back(std::move(error)); });
             // Replies have run, exactly once, by the time the call returns.
             EXPECT_EQ(errors.size(), c.replies);
             for (const ObRef<ObError>& error : errors) {

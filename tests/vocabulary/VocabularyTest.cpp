@@ -84,11 +84,6 @@ namespace {
     static_assert(std::is_same_v<std::remove_const_t<decltype(symbol)>, ObString*>, #symbol);
 VR_CONSTANTS(CHECK_DECLARATION)
 
-#define COUNT_ALL(symbol, declaredConst, text) +1
-#define COUNT_CONST(symbol, declaredConst, text) +((declaredConst) ? 1 : 0)
-static_assert(0 VR_CONSTANTS(COUNT_ALL) == 61);
-static_assert(0 VR_CONSTANTS(COUNT_CONST) == 7);
-
 struct Constant {
     std::string_view symbol;
     ObString* value;
