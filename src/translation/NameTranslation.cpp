@@ -3,6 +3,8 @@
 #include "tessiva/VRConstants.h"
 #include "translation/NameTable.h"
 
+#include <vector>
+
 using tessiva::detail::NameTable;
 using tessiva::detail::resultOrRaise;
 
@@ -13,63 +15,66 @@ constinit ObConstantString deviceOwnerAuthenticatedWithBiometrics{
 constinit ObConstantString deviceOwnerConsentRidgescanPreferred{
     "DeviceOwnerConsentRidgescanPreferred"};
 
-constinit NameTable policyMap{[] {
-                                  return std::vector<NameTable::Row>{
-                                      {VRPolicyDeviceOwnerAuthenticated, 1000},
-                                      {VRPolicyDeviceOwnerAuthenticatedWithBiometrics, 1},
-                                      {VRPolicyDeviceOwnerConsent, 1001},
-                                      {VRPolicyDeviceOwnerConsentRidgeScanPreferred, 1002},
-                                      {VRPolicyHumanPresence, 1003},
-                                      {VRPolicyVelmora, 1004},
-                                      {VRPolicyTirsa, 1005},
-                                      {VRPolicyTirsaWithPIN, 1006},
-                                      {VRPolicyRidgeScanEnrollment, 1007},
-                                      {&deviceOwnerAuthenticated, 1000},
-                                      {&deviceOwnerAuthenticatedWithBiometrics, 1},
-                                      {&deviceOwnerConsentRidgescanPreferred, 1002},
-                                  };
-                              },
-                              "Unknown policy: '%@'"};
+std::vector<NameTable::Row> policyRows() {
+    return {
+        {VRPolicyDeviceOwnerAuthenticated, 1000},
+        {VRPolicyDeviceOwnerAuthenticatedWithBiometrics, 1},
+        {VRPolicyDeviceOwnerConsent, 1001},
+        {VRPolicyDeviceOwnerConsentRidgeScanPreferred, 1002},
+        {VRPolicyHumanPresence, 1003},
+        {VRPolicyVelmora, 1004},
+        {VRPolicyTirsa, 1005},
+        {VRPolicyTirsaWithPIN, 1006},
+        {VRPolicyRidgeScanEnrollment, 1007},
+        {&deviceOwnerAuthenticated, 1000},
+        {&deviceOwnerAuthenticatedWithBiometrics, 1},
+        {&deviceOwnerConsentRidgescanPreferred, 1002},
+    };
+}
+constinit NameTable policyMap{policyRows, "Unknown policy: '%@'"};
 
-constinit NameTable optionMap{[] {
-                                  return std::vector<NameTable::Row>{
-                                      {VRHintAppAction, 2},
-                                      {VRHintCallerPID, 1002},
-                                      {VRHintEventProcessing, 1007},
-                                      {VRHintMaxPasscodeFailures, 1004},
-                                      {VRHintMaxRidgeScanFailures, 1003},
-                                      {VRHintNotInteractive, 1000},
-                                      {VRHintTimeout, 1001},
-                                      {VRHintUserFallback, 1},
-                                      {VRHintPresentationStyle, 1005},
-                                      {VRHintTransitionStyle, 1006},
-                                      {VRHintLightPasscodeScreen, 1008},
-                                      {VRHintPassphraseFirst, 1012},
-                                      {VRHintPINTitle, 1013},
-                                      {VRHintPINLength, 1014},
-                                  };
-                              },
-                              "Unknown hint: '%@'"};
+std::vector<NameTable::Row> optionRows() {
+    return {
+        {VRHintAppAction, 2},
+        {VRHintCallerPID, 1002},
+        {VRHintEventProcessing, 1007},
+        {VRHintMaxPasscodeFailures, 1004},
+        {VRHintMaxRidgeScanFailures, 1003},
+        {VRHintNotInteractive, 1000},
+        {VRHintTimeout, 1001},
+        {VRHintUserFallback, 1},
+        {VRHintPresentationStyle, 1005},
+        {VRHintTransitionStyle, 1006},
+        {VRHintLightPasscodeScreen, 1008},
+        {VRHintPassphraseFirst, 1012},
+        {VRHintPINTitle, 1013},
+        {VRHintPINLength, 1014},
+    };
+}
+constinit NameTable optionMap{optionRows, "Unknown hint: '%@'"};
 
-constinit NameTable eventMap{[] {
-                                 return std::vector<NameTable::Row>{
-                                     {VREventRidgeScan, 1},
-                                     {VREventPasscode, 2},
-                                     {VREventConsent, 3},
-                                     {VREventPassphrase, 4},
-                                 };
-                             },
-                             "Unknown event: '%@'"};
+std::vector<NameTable::Row> eventRows() {
+    return {
+        {VREventRidgeScan, 1},
+        {VREventPasscode, 2},
+        {VREventConsent, 3},
+        {VREventPassphrase, 4},
+    };
+}
+constinit NameTable eventMap{eventRows, "Unknown event: '%@'"};
 
-constinit NameTable resultMap{
-    [] {
-        return std::vector<NameTable::Row>{
-            {VRResultTagUsedRidgeScan, 1},  {VRResultTagRidgeScanIdentity, 2},
-            {VRResultTagUsedPasscode, 3},   {VRResultTagUsedYesNo, 4},
-            {VRResultTagUsedPassphrase, 5},
-        };
-    },
-    "Unknown result: '%@'"};
+std::vector<NameTable::Row> resultRows() {
+    // clang-format off
+    return {
+        {VRResultTagUsedRidgeScan, 1},
+        {VRResultTagRidgeScanIdentity, 2},
+        {VRResultTagUsedPasscode, 3},
+        {VRResultTagUsedYesNo, 4},
+        {VRResultTagUsedPassphrase, 5},
+    };
+    // clang-format on
+}
+constinit NameTable resultMap{resultRows, "Unknown result: '%@'"};
 } // namespace
 
 ObInteger KVLegacyHelper::policyFromVRPolicy_error(const ObRef<ObString>& policy,
