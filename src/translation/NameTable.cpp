@@ -28,7 +28,10 @@ ObInteger NameTable::translate(const ObRef<ObString>& name, ObRef<ObError>* erro
     return number != nullptr ? number->integerValue() : 0;
 }
 
-ObInteger resultOrRaise(ObInteger result, const ObRef<ObError>& error) {
+ObInteger translateOrRaise(ObInteger (*translate)(const ObRef<ObString>&, ObRef<ObError>*),
+                           const ObRef<ObString>& name) {
+    ObRef<ObError> error;
+    const ObInteger result = translate(name, &error);
     if (result != 0)
         return result;
     KVErrorHelper::raiseException(error);

@@ -36,8 +36,10 @@ private:
     const ObDictionary* table_ = nullptr;
 };
 
-// The raising partner's tail: the result when it is non-zero, otherwise
-// raises the error; returns 0 should raising ever return.
-ObInteger resultOrRaise(ObInteger result, const ObRef<ObError>& error);
+// The raising partner of an error-returning translation: calls it with a
+// local error slot and raises that error when the result is 0; returns 0
+// should raising ever return.
+ObInteger translateOrRaise(ObInteger (*translate)(const ObRef<ObString>&, ObRef<ObError>*),
+                           const ObRef<ObString>& name);
 
 } // namespace tessiva::detail

@@ -6,7 +6,7 @@
 #include <vector>
 
 using tessiva::detail::NameTable;
-using tessiva::detail::resultOrRaise;
+using tessiva::detail::translateOrRaise;
 
 namespace {
 constinit ObConstantString deviceOwnerAuthenticated{"DeviceOwnerAuthenticated"};
@@ -83,9 +83,7 @@ ObInteger KVLegacyHelper::policyFromVRPolicy_error(const ObRef<ObString>& policy
 }
 
 ObInteger KVLegacyHelper::policyFromVRPolicy(const ObRef<ObString>& policy) {
-    ObRef<ObError> error;
-    const ObInteger result = KVLegacyHelper::policyFromVRPolicy_error(policy, &error);
-    return resultOrRaise(result, error);
+    return translateOrRaise(&KVLegacyHelper::policyFromVRPolicy_error, policy);
 }
 
 ObInteger KVLegacyHelper::optionFromVRHint_error(const ObRef<ObString>& hint,
@@ -99,9 +97,7 @@ ObInteger KVLegacyHelper::eventFromVREvent_error(const ObRef<ObString>& event,
 }
 
 ObInteger KVLegacyHelper::eventFromVREvent(const ObRef<ObString>& event) {
-    ObRef<ObError> error;
-    const ObInteger result = KVLegacyHelper::eventFromVREvent_error(event, &error);
-    return resultOrRaise(result, error);
+    return translateOrRaise(&KVLegacyHelper::eventFromVREvent_error, event);
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result,
@@ -110,7 +106,5 @@ ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult(const ObRef<ObString>& result) {
-    ObRef<ObError> error;
-    const ObInteger number = KVLegacyHelper::resultFromVRResult_error(result, &error);
-    return resultOrRaise(number, error);
+    return translateOrRaise(&KVLegacyHelper::resultFromVRResult_error, result);
 }
