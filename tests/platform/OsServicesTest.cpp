@@ -62,9 +62,10 @@ TEST(TraceLog, DefaultSinkWritesDebugLinesToTheLog) {
         message.setString("a", "1");
         message.setString("b", nullptr);
         message.setString("a", "3"); // keeps its place
+        message.setString(nullptr, "n");
     });
     ObTraceLogWrite("plain %d", 5, nullptr);
-    EXPECT_THAT(sink->lines(), ElementsAre("step -2 {a=3, b=}", "plain 5"));
+    EXPECT_THAT(sink->lines(), ElementsAre("step -2 {a=3, b=, =n}", "plain 5"));
     EXPECT_THAT(sink->priorities(), ElementsAre(ObLogPriority::Debug, ObLogPriority::Debug));
 }
 
