@@ -87,6 +87,7 @@ TEST(Format, IntegersMatchPrintf) {
         {ObFormat("%d", (1LL << 32) + 5), printed("%d", 5)},
         {ObFormat("%d", 0x80000000LL), printed("%d", INT32_MIN)},
         {ObFormat("%d", 0xFFFFFFFFu), printed("%d", -1)},
+        {ObFormat("%@", ULONG_MAX), printed("%lu", ULONG_MAX)},
         {ObFormat("%@ %s", LLONG_MIN, true), printed("%lld", LLONG_MIN) + " 1"},
     });
 }
