@@ -22,8 +22,10 @@ struct Case {
 };
 
 void expectAll(std::initializer_list<Case> cases) {
-    for (const Case& c : cases)
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.expected);
         EXPECT_EQ(c.result->text(), c.expected);
+    }
 }
 
 TEST(TextForm, EveryKindPrintsExactly) {
