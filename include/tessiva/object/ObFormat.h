@@ -19,11 +19,13 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace tessiva::detail {
 // One captured argument; only ever built by ObFormat itself.
 struct FormatArgument {
-    enum class Kind : unsigned char { Object, Text, Integer };
+    // UnsignedInteger keeps values above LLONG_MAX printing as themselves.
+    enum class Kind : unsigned char { Object, Text, Integer, UnsignedInteger };
     Kind kind = Kind::Object;
     const ObObject* object = nullptr;
     const char* text = nullptr;
@@ -62,7 +64,8 @@ inline FormatArgument formatArgument(const std::string& text) noexcept {
 }
 template <std::integral T> FormatArgument formatArgument(T value) noexcept {
     FormatArgument argument;
-    argument.kind = FormatArgument::Kind::Integer;
+    argument.kind = std::is_unsigned_v<T> ? FormatArgument::Kind::UnsignedInteger
+                                          : FormatArgument::Kind::Integer;
     argument.integer = static_cast<long long>(value);
     return argument;
 }

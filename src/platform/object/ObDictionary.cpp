@@ -5,9 +5,23 @@
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
+#include <bit>
+#include <limits>
 #include <string>
 
 namespace {
+// The home slot of a hash in an index of `capacity` (a power of two) slots.
+// Hashes often differ only in their high bits (addresses, multiples of a power
+// of two), so the slot comes from the top bits of a Fibonacci product, which
+// depend on every bit of the hash, rather than from its low bits.
+ObUInteger homeSlot(ObUInteger hash, ObUInteger capacity) noexcept {
+    constexpr ObUInteger golden = sizeof(ObUInteger) == 8
+                                      ? static_cast<ObUInteger>(0x9E3779B97F4A7C15ULL)
+                                      : static_cast<ObUInteger>(0x9E3779B9UL);
+    const int shift = std::numeric_limits<ObUInteger>::digits - std::countr_zero(capacity);
+    return (hash * golden) >> shift;
+}
+
 void requirePresent(const char* className, const ObRef<ObObject>& key,
                     const ObRef<ObObject>& value) {
     if (!key)
@@ -41,7 +55,7 @@ std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) cons
     if (slots_.empty())
         return emptySlot;
     const ObUInteger mask = slots_.size() - 1;
-    for (ObUInteger slot = hash & mask;; slot = (slot + 1) & mask) {
+    for (ObUInteger slot = homeSlot(hash, slots_.size());; slot = (slot + 1) & mask) {
         const std::uint32_t position = slots_[slot];
         if (position == emptySlot)
             return emptySlot;
@@ -75,7 +89,7 @@ void ObDictionary::rebuildIndex(ObUInteger minimumCapacity) {
     slots_.assign(capacity, emptySlot);
     const ObUInteger mask = capacity - 1;
     for (std::uint32_t position = 0; position < entries_.size(); ++position) {
-        ObUInteger slot = hashes_[position] & mask;
+        ObUInteger slot = homeSlot(hashes_[position], capacity);
         while (slots_[slot] != emptySlot)
             slot = (slot + 1) & mask;
         slots_[slot] = position;
@@ -96,7 +110,7 @@ void ObDictionary::store(ObRef<ObObject> key, ObRef<ObObject> value) {
         return;
     }
     const ObUInteger mask = slots_.size() - 1;
-    ObUInteger slot = hash & mask;
+    ObUInteger slot = homeSlot(hash, slots_.size());
     while (slots_[slot] != emptySlot)
         slot = (slot + 1) & mask;
     slots_[slot] = static_cast<std::uint32_t>(entries_.size() - 1);

@@ -27,11 +27,15 @@ void appendObjectOrText(std::string& out, const FormatArgument& argument) {
     case FormatArgument::Kind::Integer:
         out += std::to_string(argument.integer);
         return;
+    case FormatArgument::Kind::UnsignedInteger:
+        out += std::to_string(static_cast<unsigned long long>(argument.integer));
+        return;
     }
 }
 
 template <class Narrow> void appendInteger(std::string& out, const FormatArgument& argument) {
-    if (argument.kind != FormatArgument::Kind::Integer) {
+    if (argument.kind != FormatArgument::Kind::Integer &&
+        argument.kind != FormatArgument::Kind::UnsignedInteger) {
         out += invalidText;
         return;
     }

@@ -10,14 +10,17 @@
 #include <string>
 
 void ObTraceMessage::setString(const char* key, const char* value) {
-    const std::string valueText = value == nullptr ? std::string() : std::string(value);
+    // A null key or value stands for the empty text; comparing a std::string
+    // with a null pointer is undefined, so both become strings first.
+    std::string keyText = key == nullptr ? std::string() : std::string(key);
+    std::string valueText = value == nullptr ? std::string() : std::string(value);
     for (auto& entry : entries_) {
-        if (entry.first == key) {
-            entry.second = valueText;
+        if (entry.first == keyText) {
+            entry.second = std::move(valueText);
             return;
         }
     }
-    entries_.emplace_back(key == nullptr ? std::string() : std::string(key), valueText);
+    entries_.emplace_back(std::move(keyText), std::move(valueText));
 }
 
 namespace {

@@ -1,0 +1,50 @@
+// Helpers for the platform suites: short strings, an object that counts its
+// lifetime, and threads released together.
+#pragma once
+
+#include "tessiva/object/ObString.h"
+
+#include <atomic>
+#include <functional>
+#include <latch>
+#include <thread>
+#include <vector>
+
+namespace tessiva::test {
+
+inline ObRef<ObString> str(std::string_view text) {
+    return ObString::make(text);
+}
+
+struct LifetimeCounters {
+    std::atomic<int> constructed{0};
+    std::atomic<int> destroyed{0};
+};
+
+// Pins lifetimes by what happened rather than by peeking at counts.
+class CountedObject : public ObObject {
+public:
+    CountedObject(LifetimeCounters& counters, int value) : counters_(counters), value_(value) {
+        ++counters_.constructed;
+    }
+    ~CountedObject() override { ++counters_.destroyed; }
+    int value() const noexcept { return value_; }
+
+private:
+    LifetimeCounters& counters_;
+    int value_;
+};
+
+// Runs body(0) .. body(threadCount - 1) on as many threads, all started at
+// once by a latch, and returns when every one has finished.
+inline void runTogether(int threadCount, const std::function<void(int)>& body) {
+    std::latch start(threadCount);
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < threadCount; ++t)
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            body(t);
+        });
+}
+
+} // namespace tessiva::test
