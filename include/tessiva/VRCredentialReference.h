@@ -53,6 +53,37 @@ public:
     bool setupNewReferenceWithError(ObRef<ObError>* error);
     bool setupWithCredentialHandle_error(const ObRef<ObData>& handle, ObRef<ObError>* error);
 
+    // --- Evaluation ---------------------------------------------------------
+    // Each translates its VR arguments before anything is sent; a hint or
+    // policy that cannot be translated raises a KVException here, on the
+    // caller's thread, and the reply is never called. With no client (before
+    // set-up, or after one that failed) nothing is sent and the reply is
+    // never called, so the synchronous forms then wait for ever.
+
+    // Asks the service to evaluate `policy` with the options translated from
+    // `hints` (may be absent), plus option 1009: whether this process has a
+    // class named "ScandraIdentity", looked up once per process. The service's
+    // result replaces the kept result, even when absent, before `reply`
+    // receives the service's error in the VR vocabulary. The reference stays
+    // alive until then.
+    void evaluatePolicy_hints_reply(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                                    VRErrorReply reply);
+    // Synchronous: true on success; a given `error` is written unless the
+    // translation raised.
+    bool evaluatePolicy_hints_error(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                                    ObRef<ObError>* error);
+
+    // Asks the service to evaluate `acl` for `operation`, both passed on
+    // untouched, with the options translated from `hints`. The service's
+    // result is dropped; `reply` receives only its error, in the VR
+    // vocabulary. The pending reply does not keep the reference alive.
+    void evaluateACL_operation_hints_reply(const ObRef<ObObject>& acl,
+                                           const ObRef<ObObject>& operation,
+                                           const ObRef<ObDictionary>& hints, VRErrorReply reply);
+    bool evaluateACL_operation_hints_error(const ObRef<ObObject>& acl,
+                                           const ObRef<ObObject>& operation,
+                                           const ObRef<ObDictionary>& hints, ObRef<ObError>* error);
+
     // --- Lifecycle ----------------------------------------------------------
     // Tells the client, if any, to end its context. The reference keeps its
     // client and handle and can be set up again. Destroying a reference does
