@@ -84,6 +84,16 @@ public:
                                            const ObRef<ObObject>& operation,
                                            const ObRef<ObDictionary>& hints, ObRef<ObError>* error);
 
+    // --- Results by tag -----------------------------------------------------
+    // The entry for a VR result tag in the kept result of the last policy
+    // evaluation. `reply` runs before this returns: with the value, or with
+    // the VR error -10 "Result not available.". An unknown tag raises a
+    // KVException and the reply is never called. Needs no client.
+    void resultForTag_reply(const ObRef<ObString>& tag, VRResultReply reply);
+    // The same value, or absent; a missing value is also reported to the
+    // system trace log.
+    ObRef<ObObject> resultForTag(const ObRef<ObString>& tag);
+
     // --- Lifecycle ----------------------------------------------------------
     // Tells the client, if any, to end its context. The reference keeps its
     // client and handle and can be set up again. Destroying a reference does

@@ -7,3 +7,5 @@
 
 // Called once with the outcome: absent on success, the error otherwise.
 using VRErrorReply = std::function<void(ObRef<ObError>)>;
+// Called once with a value and absent, or with absent and the error.
+using VRResultReply = std::function<void(ObRef<ObObject>, ObRef<ObError>)>;
