@@ -94,6 +94,18 @@ public:
     // system trace log.
     ObRef<ObObject> resultForTag(const ObRef<ObString>& tag);
 
+    // --- Client requests ----------------------------------------------------
+    // Pushes a request into a running evaluation: "EnterPassword" passes the
+    // "Password" parameter on; "StopEvents" fails the event named by "Event"
+    // (an unknown or missing one raises a KVException before anything is
+    // sent) with the "Error" parameter. `params` may be absent. `reply`
+    // receives a new empty dictionary on success, or absent and the error in
+    // the VR vocabulary. Any other request, absent included, is answered at
+    // once with the VR error -1005. With no client a known request sends
+    // nothing and the reply is never called.
+    void sendClientRequest_params_reply(const ObRef<ObString>& request,
+                                        const ObRef<ObDictionary>& params, VRDictionaryReply reply);
+
     // --- Lifecycle ----------------------------------------------------------
     // Tells the client, if any, to end its context. The reference keeps its
     // client and handle and can be set up again. Destroying a reference does
