@@ -53,6 +53,59 @@ public:
     bool setupNewReferenceWithError(ObRef<ObError>* error);
     bool setupWithCredentialHandle_error(const ObRef<ObData>& handle, ObRef<ObError>* error);
 
+    // --- Evaluation ---------------------------------------------------------
+    // Each translates its VR arguments before anything is sent; a hint or
+    // policy that cannot be translated raises a KVException here, on the
+    // caller's thread, and the reply is never called. With no client (before
+    // set-up, or after one that failed) nothing is sent and the reply is
+    // never called, so the synchronous forms then wait for ever.
+
+    // Asks the service to evaluate `policy` with the options translated from
+    // `hints` (may be absent), plus option 1009: whether this process has a
+    // class named "ScandraIdentity", looked up once per process. The service's
+    // result replaces the kept result, even when absent, before `reply`
+    // receives the service's error in the VR vocabulary. The reference stays
+    // alive until then.
+    void evaluatePolicy_hints_reply(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                                    VRErrorReply reply);
+    // Synchronous: true on success; a given `error` is written unless the
+    // translation raised.
+    bool evaluatePolicy_hints_error(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                                    ObRef<ObError>* error);
+
+    // Asks the service to evaluate `acl` for `operation`, both passed on
+    // untouched, with the options translated from `hints`. The service's
+    // result is dropped; `reply` receives only its error, in the VR
+    // vocabulary. The pending reply does not keep the reference alive.
+    void evaluateACL_operation_hints_reply(const ObRef<ObObject>& acl,
+                                           const ObRef<ObObject>& operation,
+                                           const ObRef<ObDictionary>& hints, VRErrorReply reply);
+    bool evaluateACL_operation_hints_error(const ObRef<ObObject>& acl,
+                                           const ObRef<ObObject>& operation,
+                                           const ObRef<ObDictionary>& hints, ObRef<ObError>* error);
+
+    // --- Results by tag -----------------------------------------------------
+    // The entry for a VR result tag in the kept result of the last policy
+    // evaluation. `reply` runs before this returns: with the value, or with
+    // the VR error -10 "Result not available.". An unknown tag raises a
+    // KVException and the reply is never called. Needs no client.
+    void resultForTag_reply(const ObRef<ObString>& tag, VRResultReply reply);
+    // The same value, or absent; a missing value is also reported to the
+    // system trace log.
+    ObRef<ObObject> resultForTag(const ObRef<ObString>& tag);
+
+    // --- Client requests ----------------------------------------------------
+    // Pushes a request into a running evaluation: "EnterPassword" passes the
+    // "Password" parameter on; "StopEvents" fails the event named by "Event"
+    // (an unknown or missing one raises a KVException before anything is
+    // sent) with the "Error" parameter. `params` may be absent. `reply`
+    // receives a new empty dictionary on success, or absent and the error in
+    // the VR vocabulary. Any other request, absent included, is answered at
+    // once with the VR error -1005. With no client a known request sends
+    // nothing and the reply is never called.
+    void sendClientRequest_params_reply(const ObRef<ObString>& request,
+                                        const ObRef<ObDictionary>& params, VRDictionaryReply reply);
+
     // --- Lifecycle ----------------------------------------------------------
     // Tells the client, if any, to end its context. The reference keeps its
     // client and handle and can be set up again. Destroying a reference does

@@ -7,3 +7,8 @@
 
 // Called once with the outcome: absent on success, the error otherwise.
 using VRErrorReply = std::function<void(ObRef<ObError>)>;
+// Called once with a value and absent, or with absent and the error.
+using VRResultReply = std::function<void(ObRef<ObObject>, ObRef<ObError>)>;
+// Called once with a dictionary and absent error on success, or with absent
+// and the error on failure.
+using VRDictionaryReply = std::function<void(ObRef<ObDictionary>, ObRef<ObError>)>;

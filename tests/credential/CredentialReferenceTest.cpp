@@ -1,10 +1,8 @@
-#include "support/FakeService.h"
+#include "credential/ReferenceTesting.h"
 #include "support/RecordingUIDelegate.h"
 #include "support/TestSupport.h"
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRCredentialReference.h"
-#include "tessiva/brindle/KVErrorHelper.h"
-#include "tessiva/brindle/KVLogger.h"
 #include "tessiva/object/Ob.h"
 
 #include <atomic>
@@ -15,7 +13,11 @@
 namespace {
 using tessiva::test::FakeReplyMode;
 using tessiva::test::FakeService;
+using tessiva::test::printed;
 using tessiva::test::RecordingUIDelegate;
+using tessiva::test::ReferenceKinds;
+using tessiva::test::ReferenceTest;
+using tessiva::test::serviceUnavailable;
 
 constexpr std::string_view setupLine =
     "VRCredReference: -[VRCredentialReference setupWithCredentialHandle:domain:uiDelegate:reply:] ";
@@ -23,29 +25,7 @@ constexpr std::string_view setupReplyLine = "VRCredReference: -[VRCredentialRefe
                                             "setupWithCredentialHandle:domain:uiDelegate:reply:] "
                                             "(reply) ";
 
-std::string printed(const ObRef<ObObject>& object) {
-    return std::string(ObFormat("%@", object)->text());
-}
-
-ObRef<ObError> serviceUnavailable() {
-    return ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
-                         ObDictionary::make({{ObLocalizedDescriptionKey, ObString::make("gone")}}));
-}
-
-template <class Reference> class CredentialReferenceTest : public ::testing::Test {
-protected:
-    VRErrorReply recordReply() {
-        return [this](ObRef<ObError> error) { replies.push_back(std::move(error)); };
-    }
-
-    ObRef<FakeService> service = FakeService::make();
-    KVScopedClientBackend installed{service};
-    ObRef<Reference> reference = Reference::make();
-    const ObRef<ObData> handle = ObData::make("\x01\x02", 2);
-    std::vector<ObRef<ObError>> replies;
-};
-
-using ReferenceKinds = ::testing::Types<VRCredentialReference, VRCredReference>;
+template <class Reference> class CredentialReferenceTest : public ReferenceTest<Reference> {};
 TYPED_TEST_SUITE(CredentialReferenceTest, ReferenceKinds);
 
 TYPED_TEST(CredentialReferenceTest, EverySetUpFormSendsTheHandleAndOnlyTheDelegate) {
@@ -185,25 +165,13 @@ TYPED_TEST(CredentialReferenceTest, APendingReplyKeepsTheReferenceAndDestruction
     EXPECT_EQ(this->service->invalidateCount(), 0);
 }
 
-class ScopedLogging {
-public:
-    explicit ScopedLogging(bool enabled) : previous_(logger()->isLoggingEnabled()) {
-        logger()->setLoggingEnabled(enabled);
-    }
-    ~ScopedLogging() { logger()->setLoggingEnabled(previous_); }
-
-private:
-    static ObRef<KVLogger> logger() { return KVLogger::sharedInstance(); }
-    bool previous_;
-};
-
 TYPED_TEST(CredentialReferenceTest, LogsEachEntryAndReplyInOrder) {
     tessiva::test::LogCapture capture;
     const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
     const ObRef<ObError> error = serviceUnavailable();
     const ObRef<tessiva::test::FakeClient> client = this->service->makeClient(this->handle);
     {
-        ScopedLogging logging(true);
+        tessiva::test::ScopedLogging logging(true);
         this->service->answerClientRequests(nullptr, error);
         this->reference->setupWithCredentialHandle_domain_uiDelegate_reply(
             this->handle, ObString::make("work"), delegate, this->recordReply());
@@ -211,7 +179,7 @@ TYPED_TEST(CredentialReferenceTest, LogsEachEntryAndReplyInOrder) {
         EXPECT_TRUE(this->reference->setupNewReferenceWithError(nullptr));
         this->reference->invalidate();
     }
-    ScopedLogging off(false);
+    tessiva::test::ScopedLogging off(false);
     this->reference->setupNewReferenceWithReply(this->recordReply());
     this->reference->invalidate();
 

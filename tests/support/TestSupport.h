@@ -1,6 +1,7 @@
 // Helpers shared by every suite: capturing sinks for the system and trace logs.
 #pragma once
 
+#include "tessiva/brindle/KVLogger.h"
 #include "tessiva/object/Ob.h"
 #include "tessiva/os/ObLog.h"
 #include "tessiva/os/ObTraceLog.h"
@@ -33,6 +34,21 @@ public:
 private:
     ObRef<CapturingLogSink> sink_;
     ObScopedLogSink installed_;
+};
+
+// Switches KVLogger's logging for one scope and restores it at the end.
+class ScopedLogging {
+public:
+    explicit ScopedLogging(bool enabled) : previous_(logger()->isLoggingEnabled()) {
+        logger()->setLoggingEnabled(enabled);
+    }
+    ~ScopedLogging() { logger()->setLoggingEnabled(previous_); }
+    ScopedLogging(const ScopedLogging&) = delete;
+    ScopedLogging& operator=(const ScopedLogging&) = delete;
+
+private:
+    static ObRef<KVLogger> logger() { return KVLogger::sharedInstance(); }
+    bool previous_;
 };
 
 // Records trace messages and keeps their payload callbacks for the test to run.
