@@ -8,7 +8,6 @@
 #include "tessiva/os/ObTraceLog.h"
 
 #include <cstdint>
-#include <string>
 
 using tessiva::detail::logReferenceEntry;
 using tessiva::detail::OperationLogName;
@@ -23,12 +22,13 @@ constinit ObConstantString resultNotAvailableMessage{"Result not available."};
 // log; the payload keeps tag and error for whenever the trace facility
 // collects it.
 void traceMissingResult(const ObRef<ObString>& tag, const ObRef<ObError>& error) {
-    ObTraceLogWrite(
-        "Failed getting result for tag: error %d", static_cast<std::int32_t>(error->code()),
-        [tag, error](ObTraceMessage& message) {
-            message.setString("tag", std::string(tag->text()).c_str());
-            message.setString("error", std::string(error->localizedDescription()->text()).c_str());
-        });
+    ObTraceLogWrite("Failed getting result for tag: error %d",
+                    static_cast<std::int32_t>(error->code()),
+                    [tag, error](ObTraceMessage& message) {
+                        message.setString("tag", tag->cString());
+                        // The error's whole text form: domain, code and message.
+                        message.setString("error", error->description()->cString());
+                    });
 }
 } // namespace
 

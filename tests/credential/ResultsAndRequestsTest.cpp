@@ -56,7 +56,9 @@ TYPED_TEST(ResultsAndRequestsTest, AMissingResultIsAnErrorOrATraceMessage) {
     ObTraceMessage payload;
     messages[0].payload(payload);
     EXPECT_EQ(payload.entries(),
-              (Entries{{"tag", "UsedPasscode"}, {"error", "Result not available."}}));
+              (Entries{{"tag", "UsedPasscode"},
+                       {"error", "Error Domain=org.tessiva.VRErrorDomain Code=-10 "
+                                 "\"Result not available.\""}}));
 
     // A value found writes nothing to the trace log.
     const ObRef<ObObject> value = ObString::make("yes");
