@@ -23,7 +23,10 @@ class TESSIVA_PLATFORM_API KVClient : public ObObject {
 public:
     // Asks the installed backend for a client on an externalized context
     // (absent for a new context) with a user-interface delegate (may be
-    // absent). With no backend installed, replies at once, on the calling
+    // absent). With no backend installed, the simulated service answers
+    // (KVSimulatedService::defaultService()). A process started with the
+    // environment variable TESSIVA_SERVICE=none has no such default: with no
+    // backend installed, the request then replies at once, on the calling
     // thread, with an absent client and a KVErrorDomain error of code
     // KVErrorServiceUnavailable, "No authentication service is available.".
     static void clientWithExternalizedContext_uiDelegate_reply(
@@ -57,7 +60,8 @@ public:
                                                    KVClientReply reply) = 0;
 };
 
-// Installs a backend (absent removes it); returns the one it replaces.
+// Installs a backend (absent removes it, which brings back the default);
+// returns the one it replaces, absent when the default was in use.
 // Thread-safe; a request already passed to a backend keeps it alive.
 TESSIVA_PLATFORM_API ObRef<KVClientBackend>
 KVSetClientBackend(const ObRef<KVClientBackend>& backend);

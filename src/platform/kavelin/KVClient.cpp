@@ -1,12 +1,15 @@
-// Clients come from the installed backend; with none, the request fails at once.
+// Clients come from the installed backend, else from the simulated service;
+// with neither, the request fails at once.
 #include "tessiva/kavelin/KVClient.h"
 
 #include "../os/Seam.h"
 #include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVSimulatedService.h"
 
 namespace {
 tessiva::detail::Seam<KVClientBackend>& backendSeam() {
-    static auto* seam = new tessiva::detail::Seam<KVClientBackend>(nullptr);
+    static auto* seam =
+        new tessiva::detail::Seam<KVClientBackend>(KVSimulatedService::defaultService());
     return *seam;
 }
 

@@ -1,0 +1,20 @@
+// The simulated service's errors.
+#include "ServiceErrors.h"
+
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVSimulatedService.h"
+
+namespace tessiva::detail {
+namespace {
+constinit ObConstantString invalidatedMessage{"The context was invalidated."};
+} // namespace
+
+ObRef<ObError> serviceError(ObInteger code, const ObRef<ObString>& message) {
+    return ObError::make(KVErrorDomain, code,
+                         ObDictionary::make({{ObLocalizedDescriptionKey, message}}));
+}
+
+ObRef<ObError> invalidatedContextError() {
+    return serviceError(KVErrorInvalidContext, &invalidatedMessage);
+}
+} // namespace tessiva::detail

@@ -1,0 +1,132 @@
+// The client operations of the simulated service.
+#include "SimulatedClient.h"
+
+#include "PasscodeEvaluation.h"
+#include "ServiceErrors.h"
+#include "ServiceThread.h"
+#include "ServiceVocabulary.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObMake.h"
+
+namespace tessiva::detail {
+namespace {
+constexpr ObInteger ridgeScanPolicy = 1;
+constexpr ObInteger firstPasscodePolicy = 1000;
+constexpr ObInteger lastPasscodePolicy = 1007;
+
+constinit ObConstantString noSensorMessage{"This device has no ridge-scan sensor."};
+constinit ObConstantString notInteractiveMessage{
+    "The evaluation needs the user, and user interaction is not allowed."};
+constinit ObConstantString deniedMessage{"The ACL does not allow the operation."};
+constinit ObConstantString noPasscodeWantedMessage{"No evaluation is waiting for a passcode."};
+constinit ObConstantString stoppedMessage{"The application stopped the evaluation."};
+constinit ObConstantString invalidatedCancelMessage{
+    "The context was invalidated during the evaluation."};
+
+ObRef<ObError> policyError(ObInteger policy) {
+    if (policy == ridgeScanPolicy)
+        return serviceError(KVErrorBiometryNotAvailable, &noSensorMessage);
+    if (policy < firstPasscodePolicy || policy > lastPasscodePolicy)
+        return serviceError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
+    return nullptr;
+}
+} // namespace
+
+void SimulatedClient::invalidate() {
+    ObRef<PasscodeEvaluation> running = context_->invalidate();
+    service_->forget(*context_);
+    if (running)
+        running->fail(serviceError(KVErrorAppCancel, &invalidatedCancelMessage));
+}
+
+void SimulatedClient::evaluatePolicy_options_reply(ObInteger policy,
+                                                   const ObRef<ObDictionary>& options,
+                                                   KVResultReply reply) {
+    if (ObRef<ObError> error = startEvaluation(policy, options, reply)) {
+        // Replies come from a service thread even when nothing was started.
+        runOnServiceThread(
+            [reply = std::move(reply), error = std::move(error)] { reply(nullptr, error); });
+    }
+}
+
+ObRef<ObError> SimulatedClient::startEvaluation(ObInteger policy,
+                                                const ObRef<ObDictionary>& options,
+                                                const KVResultReply& reply) {
+    if (context_->isInvalidated())
+        return invalidatedContextError();
+    if (ObRef<ObError> error = policyError(policy))
+        return error;
+    ObRef<ObError> error;
+    std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);
+    if (!read)
+        return error;
+    if (!read->interactive)
+        return serviceError(KVErrorNotInteractive, &notInteractiveMessage);
+
+    auto evaluation = ObMake<PasscodeEvaluation>(*read, std::string(service_->passcode()->text()),
+                                                 delegate_, context_, reply);
+    if (ObRef<ObError> refused = context_->begin(evaluation))
+        return refused;
+    try {
+        runOnServiceThread([evaluation] { evaluation->run(); });
+    } catch (...) {
+        context_->finish(*evaluation);
+        throw;
+    }
+    return nullptr;
+}
+
+void SimulatedClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
+                                                          const ObRef<ObObject>& operation,
+                                                          const ObRef<ObDictionary>&,
+                                                          KVResultReply reply) {
+    if (context_->isInvalidated()) {
+        reply(nullptr, invalidatedContextError());
+        return;
+    }
+    KVACLRule rule = service_->aclRule();
+    if (rule && !rule(acl, operation)) {
+        reply(nullptr, serviceError(KVErrorACLDenied, &deniedMessage));
+        return;
+    }
+    reply(ObDictionary::make(), nullptr);
+}
+
+void SimulatedClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) {
+    if (context_->isInvalidated()) {
+        reply(false, invalidatedContextError());
+        return;
+    }
+    ObRef<PasscodeEvaluation> running = context_->runningEvaluation();
+    if (!running || !running->enterPasscode(password)) {
+        reply(false, serviceError(KVErrorNoEventProcessed, &noPasscodeWantedMessage));
+        return;
+    }
+    reply(true, nullptr);
+}
+
+void SimulatedClient::failProcessedEvent_failureError_reply(ObInteger event,
+                                                            const ObRef<ObObject>& failureError,
+                                                            KVSuccessReply reply) {
+    if (context_->isInvalidated()) {
+        reply(false, invalidatedContextError());
+        return;
+    }
+    ObRef<PasscodeEvaluation> running =
+        event == passcodeEvent ? context_->runningEvaluation() : nullptr;
+    ObRef<ObError> error = ob_cast<ObError>(failureError);
+    if (!error)
+        error = serviceError(KVErrorAppCancel, &stoppedMessage);
+    if (!running || !running->fail(error)) {
+        reply(false, serviceError(KVErrorNoEventProcessed,
+                                  ObFormat("No evaluation is processing event %ld.", event)));
+        return;
+    }
+    reply(true, nullptr);
+}
+
+const char* SimulatedClient::className() const noexcept {
+    return "SimulatedClient";
+}
+} // namespace tessiva::detail

@@ -1,0 +1,41 @@
+// SimulatedClient: a KVClient of the simulated service, on one context and
+// with its own user-interface delegate.
+#pragma once
+
+#include "SimulatedContext.h"
+#include "SimulatedService.h"
+
+namespace tessiva::detail {
+class SimulatedClient final : public KVClient {
+public:
+    SimulatedClient(ObRef<SimulatedService> service, ObRef<SimulatedContext> context,
+                    ObRef<KVUIDelegate> delegate) noexcept
+        : service_(std::move(service)), context_(std::move(context)),
+          delegate_(std::move(delegate)) {}
+
+    ObRef<ObData> externalizedContext() override { return context_->handle(); }
+    void invalidate() override;
+    ObRef<ObString> creatorDisplayName() override { return context_->creator(); }
+
+    void evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDictionary>& options,
+                                      KVResultReply reply) override;
+    void evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
+                                             const ObRef<ObObject>& operation,
+                                             const ObRef<ObDictionary>& options,
+                                             KVResultReply reply) override;
+    void enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) override;
+    void failProcessedEvent_failureError_reply(ObInteger event, const ObRef<ObObject>& failureError,
+                                               KVSuccessReply reply) override;
+
+    const char* className() const noexcept override;
+
+private:
+    // Starts the evaluation, or gives the error that stops it from starting.
+    ObRef<ObError> startEvaluation(ObInteger policy, const ObRef<ObDictionary>& options,
+                                   const KVResultReply& reply);
+
+    const ObRef<SimulatedService> service_;
+    const ObRef<SimulatedContext> context_;
+    const ObRef<KVUIDelegate> delegate_;
+};
+} // namespace tessiva::detail
