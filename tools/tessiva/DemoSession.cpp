@@ -1,0 +1,76 @@
+// The demo's main loop and its user-interface delegate.
+#include "DemoSession.h"
+
+#include "tessiva/VRConstants.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObNumber.h"
+#include "tessiva/os/ObSemaphore.h"
+
+#include <iostream>
+#include <memory>
+
+namespace tessiva::tool {
+
+void say(std::string_view line) {
+    std::cout << line << std::endl;
+}
+
+void MainLoop::post(Work work) {
+    {
+        std::lock_guard lock(mutex_);
+        queue_.push_back(std::move(work));
+    }
+    queued_.notify_one();
+}
+
+void MainLoop::runAndWait(Work work) {
+    // Shared, as the signal may still be on its way out when the wait returns.
+    auto done = std::make_shared<ObSemaphore>();
+    post([&work, done] {
+        work();
+        done->signal();
+    });
+    done->wait();
+}
+
+void MainLoop::runUntil(const std::function<bool()>& finished) {
+    while (!finished()) {
+        Work work;
+        {
+            std::unique_lock lock(mutex_);
+            queued_.wait(lock, [this] { return !queue_.empty(); });
+            work = std::move(queue_.front());
+            queue_.pop_front();
+        }
+        work();
+    }
+}
+
+void DemoDelegate::event_params_reply(const ObRef<ObString>& event,
+                                      const ObRef<ObDictionary>& params, VRUIReply reply) {
+    loop_.runAndWait([&] { handle(event, params, reply); });
+}
+
+void DemoDelegate::handle(const ObRef<ObString>& event, const ObRef<ObDictionary>& params,
+                          const VRUIReply& reply) {
+    say(ObFormat("    delegate: event %@ %@", event, params)->text());
+    const ObRef<ObNumber> active =
+        ob_cast<ObNumber>(params ? params->objectForKey(VREventParamActive) : nullptr);
+    if (!active || !active->boolValue()) {
+        say("    delegate: the passcode view may close; nothing to answer");
+        return;
+    }
+    if (answers_.empty()) {
+        say("    delegate: no answer scripted; the event stays unanswered");
+        return;
+    }
+    Answer answer = std::move(answers_.front());
+    answers_.pop_front();
+    answer(reply);
+}
+
+const char* DemoDelegate::className() const noexcept {
+    return "DemoDelegate";
+}
+
+} // namespace tessiva::tool
