@@ -1,0 +1,74 @@
+# Runs the tessiva tool once and checks its exit code and output.
+#
+#   cmake -DTOOL=<path> -DEXIT=<code> [checks] -P RunTool.cmake -- <arguments>
+#
+# Checks, for OUT (standard output) and ERR (standard error):
+#   -D<OUT|ERR>=<text>        the whole stream is the text plus one newline
+#   -D<OUT|ERR>_FILE=<path>   the whole stream is the file's contents
+#   -D<OUT|ERR>_MATCHES=<re>  the stream matches the regular expression
+#   -DOUT_ROWS=<n> -DOUT_ROW_PREFIX=<p>  n lines of standard output start with p
+# An unchecked stream must be empty. Before comparing, hexadecimal addresses
+# become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run.
+cmake_minimum_required(VERSION 3.25)
+
+set(arguments)
+set(collecting FALSE)
+math(EXPR last "${CMAKE_ARGC} - 1")
+foreach(index RANGE ${last})
+    if(collecting)
+        list(APPEND arguments "${CMAKE_ARGV${index}}")
+    elseif(CMAKE_ARGV${index} STREQUAL "--")
+        set(collecting TRUE)
+    endif()
+endforeach()
+
+execute_process(COMMAND "${TOOL}" ${arguments}
+    RESULT_VARIABLE exitCode OUTPUT_VARIABLE OUT_actual ERROR_VARIABLE ERR_actual)
+
+set(failures "")
+if(NOT exitCode STREQUAL EXIT)
+    string(APPEND failures "exit code ${exitCode}, expected ${EXIT}\n")
+endif()
+
+foreach(stream OUT ERR)
+    set(actual "${${stream}_actual}")
+    string(REGEX REPLACE "0x[0-9a-f]+" "0xADDRESS" actual "${actual}")
+    string(REGEX REPLACE "<[0-9a-f]+>" "<BYTES>" actual "${actual}")
+    set(checked FALSE)
+    if(DEFINED ${stream})
+        set(checked TRUE)
+        if(NOT actual STREQUAL "${${stream}}\n")
+            string(APPEND failures "${stream} is not \"${${stream}}\"\n")
+        endif()
+    endif()
+    if(DEFINED ${stream}_FILE)
+        set(checked TRUE)
+        file(READ "${${stream}_FILE}" expected)
+        if(NOT actual STREQUAL expected)
+            string(APPEND failures "${stream} differs from ${${stream}_FILE}\n")
+        endif()
+    endif()
+    if(DEFINED ${stream}_MATCHES)
+        set(checked TRUE)
+        if(NOT actual MATCHES "${${stream}_MATCHES}")
+            string(APPEND failures "${stream} does not match \"${${stream}_MATCHES}\"\n")
+        endif()
+    endif()
+    if(stream STREQUAL "OUT" AND DEFINED OUT_ROWS)
+        set(checked TRUE)
+        string(REGEX MATCHALL "(^|\n)${OUT_ROW_PREFIX}" rows "${actual}")
+        list(LENGTH rows count)
+        if(NOT count EQUAL OUT_ROWS)
+            string(APPEND failures "${count} lines start with ${OUT_ROW_PREFIX}, expected ${OUT_ROWS}\n")
+        endif()
+    endif()
+    if(NOT checked AND NOT actual STREQUAL "")
+        string(APPEND failures "${stream} should be empty\n")
+    endif()
+endforeach()
+
+if(failures)
+    list(JOIN arguments " " command)
+    message(FATAL_ERROR "tessiva ${command}:\n${failures}"
+        "--- standard output\n${OUT_actual}--- standard error\n${ERR_actual}---")
+endif()
