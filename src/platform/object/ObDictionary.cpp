@@ -59,7 +59,9 @@ std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) cons
         const std::uint32_t position = slots_[slot];
         if (position == emptySlot)
             return emptySlot;
-        if (hashes_[position] == hash && entries_[position].first->isEqual(key))
+        // Identity first: keys are mostly the very constants a table holds.
+        const ObObject* candidate = entries_[position].first.get();
+        if (hashes_[position] == hash && (candidate == key || candidate->isEqual(key)))
             return position;
     }
 }

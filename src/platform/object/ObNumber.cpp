@@ -1,6 +1,7 @@
 // Boxed integers and the two shared booleans.
 #include "tessiva/object/ObNumber.h"
 
+#include "ExactKind.h"
 #include "tessiva/object/ObString.h"
 
 #include <string>
@@ -37,6 +38,6 @@ const char* ObNumber::className() const noexcept {
 }
 
 bool ObNumber::equals(const ObObject& other) const noexcept {
-    const auto* number = dynamic_cast<const ObNumber*>(&other);
+    const auto* number = tessiva::detail::kindOf<ObNumber>(other);
     return number != nullptr && number->value_ == value_;
 }

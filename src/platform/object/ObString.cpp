@@ -1,6 +1,8 @@
 // Dynamic strings keep their characters in the same allocation as the object.
 #include "tessiva/object/ObString.h"
 
+#include "ExactKind.h"
+
 #include <cstring>
 #include <new>
 
@@ -23,6 +25,7 @@ const char* ObString::className() const noexcept {
 }
 
 bool ObString::equals(const ObObject& other) const noexcept {
-    const auto* string = dynamic_cast<const ObString*>(&other);
+    // Dynamic strings and constants are the keys of nearly every lookup.
+    const auto* string = tessiva::detail::kindOf<ObString, ObConstantString>(other);
     return string != nullptr && string->hash_ == hash_ && string->text() == text();
 }
