@@ -51,7 +51,8 @@ ObRef<ObDictionary> ObDictionary::make() {
     return ObRef<ObDictionary>::adopt(new ObDictionary());
 }
 
-std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
+// Inline: it is the whole of a lookup, which tables do on every translation.
+inline std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
     if (slots_.empty())
         return emptySlot;
     const ObUInteger mask = slots_.size() - 1;
