@@ -1,4 +1,4 @@
-// The kind-of test inside the object library's hot equality paths.
+// Exact-type tests for the object library's hot paths.
 #pragma once
 
 #include "tessiva/object/ObObject.h"
@@ -7,15 +7,13 @@
 
 namespace tessiva::detail {
 
-// The object as a T when it is one, or null. An object of exactly class T,
-// or of one of the final classes listed, is recognised by its type's
-// identity, which costs a few loads; dynamic_cast, many times dearer, still
-// decides for every other class, so the answer is always dynamic_cast's.
-template <class T, class... Final> const T* kindOf(const ObObject& object) noexcept {
-    const std::type_info& type = typeid(object);
-    if (type == typeid(T) || ((type == typeid(Final)) || ...))
-        return static_cast<const T*>(&object);
-    return dynamic_cast<const T*>(&object);
+// True when `type` is the very type_info object of T. Comparing addresses
+// never takes one class for another; at worst, with a class whose type_info
+// exists once per library, it misses, and callers then take their general
+// path, so a miss costs time and never changes an answer. (type_info's own
+// equality would compare names with strcmp on every mismatch.)
+template <class T> bool isExactly(const std::type_info& type) noexcept {
+    return &type == &typeid(T);
 }
 
 } // namespace tessiva::detail

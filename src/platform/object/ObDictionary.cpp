@@ -2,6 +2,7 @@
 // index of positions, so that a lookup is one hash and a short probe.
 #include "tessiva/object/ObDictionary.h"
 
+#include "Description.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
@@ -133,18 +134,24 @@ void ObDictionary::remove(const ObObject* key) noexcept {
 }
 
 ObRef<ObString> ObDictionary::description() const {
-    std::string text = "{";
-    bool first = true;
-    for (const Entry& entry : entries_) {
-        if (!first)
-            text += "; ";
-        first = false;
-        text += entry.first->description()->text();
-        text += " = ";
-        text += entry.second->description()->text();
-    }
-    text += '}';
+    std::string text;
+    tessiva::detail::appendDictionaryDescription(text, *this);
     return ObString::make(text);
+}
+
+void tessiva::detail::appendDictionaryDescription(std::string& out,
+                                                  const ObDictionary& dictionary) {
+    out += '{';
+    bool first = true;
+    for (const ObDictionary::Entry& entry : dictionary) {
+        if (!first)
+            out += "; ";
+        first = false;
+        appendDescription(out, *entry.first);
+        out += " = ";
+        appendDescription(out, *entry.second);
+    }
+    out += '}';
 }
 
 ObUInteger ObDictionary::hash() const noexcept {

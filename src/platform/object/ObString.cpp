@@ -1,8 +1,6 @@
 // Dynamic strings keep their characters in the same allocation as the object.
 #include "tessiva/object/ObString.h"
 
-#include "ExactKind.h"
-
 #include <cstring>
 #include <new>
 
@@ -25,7 +23,6 @@ const char* ObString::className() const noexcept {
 }
 
 bool ObString::equals(const ObObject& other) const noexcept {
-    // Dynamic strings and constants are the keys of nearly every lookup.
-    const auto* string = tessiva::detail::kindOf<ObString, ObConstantString>(other);
+    const auto* string = tessiva::detail::kindOf<const ObString>(&other);
     return string != nullptr && string->hash_ == hash_ && string->text() == text();
 }
