@@ -23,6 +23,10 @@ ObUInteger homeSlot(ObUInteger hash, ObUInteger capacity) noexcept {
     return (hash * golden) >> shift;
 }
 
+// What a dictionary filled one entry at a time makes room for first: the
+// options and parameter dictionaries of a request hold about that many.
+constexpr ObUInteger firstCapacity = 8;
+
 void requirePresent(const char* className, const ObRef<ObObject>& key,
                     const ObRef<ObObject>& value) {
     if (!key)
@@ -107,6 +111,10 @@ void ObDictionary::store(ObRef<ObObject> key, ObRef<ObObject> value) {
         entries_[position].second = std::move(value);
         return;
     }
+    // A dictionary filled one entry at a time starts with room for a few,
+    // rather than growing its three arrays at one, two, four and eight.
+    if (entries_.capacity() == 0)
+        reserve(firstCapacity);
     entries_.emplace_back(std::move(key), std::move(value));
     hashes_.push_back(hash);
     if (entries_.size() * 2 > slots_.size()) {
