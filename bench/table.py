@@ -82,6 +82,10 @@ def main():
         if ours is None or base is None:
             missing.append(name)
             continue
+        failed = [run["error_message"] for run in (ours, base) if run.get("error_occurred")]
+        if failed:
+            rows.append((name, "-", "-", "-", "-", "-", "ERROR: " + "; ".join(failed)))
+            continue
         if measure == "throughput":
             ours_rate, base_rate = ours["items_per_second"], base["items_per_second"]
             ratio = ours_rate / base_rate
