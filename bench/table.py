@@ -137,6 +137,15 @@ def main():
         ours_ns, base_ns = nanoseconds(ours, "cpu"), nanoseconds(base, "cpu")
         print(f"Evaluation CPU time of both threads per call: ours {duration(ours_ns)}, "
               f"baseline {duration(base_ns)} ({ours_ns / base_ns:.2f})")
+    one, two = (runs.get(f"OptionsFromVRHints/threads/real_time/threads:{count}")
+                for count in (1, 2))
+    if one and two and not one.get("error_occurred") and not two.get("error_occurred"):
+        one_ns, two_ns = nanoseconds(one, "cpu"), nanoseconds(two, "cpu")
+        # Equal CPU time per call on one and two threads means the threads do
+        # not slow each other down; a throughput short of 2x is then the
+        # machine's other load, not the library.
+        print(f"Hints translation CPU time per call: 1 thread {duration(one_ns)}, "
+              f"2 threads {duration(two_ns)} ({two_ns / one_ns:.2f})")
     for name in missing:
         print(f"not run: {name}")
 
