@@ -12,21 +12,42 @@ namespace {
 
 struct alignas(64) Slot {
     std::atomic<std::uint64_t> allocations{0};
+    std::atomic<bool> taken{false};
 };
 
-// Threads past the last slot share it; the count stays right, only slower.
+// A thread takes a free slot on its first allocation and gives it back when
+// it ends, so that the threads a benchmark run starts and ends reuse a few
+// slots instead of running out. Counts stay in the slot, so that process
+// totals only ever grow. Should more threads live at once than there are
+// slots, the extra ones share the last, which stays right, only slower.
 constexpr std::size_t slotCount = 64;
 Slot slots[slotCount];
-std::atomic<std::size_t> slotsTaken{0};
-// Constant-initialised, so that it is usable inside operator new at any time.
-thread_local Slot* ownSlot = nullptr;
+
+Slot* takeSlot() noexcept {
+    for (Slot& slot : slots) {
+        bool expected = false;
+        if (slot.taken.compare_exchange_strong(expected, true, std::memory_order_acquire))
+            return &slot;
+    }
+    return &slots[slotCount - 1];
+}
+
+// Constant-initialised, so that it is usable inside operator new at any time;
+// its destructor, registered on first use, frees no memory through operator
+// delete.
+struct SlotOfThread {
+    Slot* slot = nullptr;
+    ~SlotOfThread() {
+        if (slot != nullptr && slot != &slots[slotCount - 1])
+            slot->taken.store(false, std::memory_order_release);
+    }
+};
+thread_local SlotOfThread ownSlot;
 
 Slot& slotOfThisThread() noexcept {
-    if (ownSlot == nullptr) {
-        const std::size_t index = slotsTaken.fetch_add(1, std::memory_order_relaxed);
-        ownSlot = &slots[index < slotCount ? index : slotCount - 1];
-    }
-    return *ownSlot;
+    if (ownSlot.slot == nullptr)
+        ownSlot.slot = takeSlot();
+    return *ownSlot.slot;
 }
 
 void* allocate(std::size_t size) noexcept {
