@@ -33,15 +33,14 @@ bool scandraIdentityAvailable() {
     return canInstantiateScandraIdentity;
 }
 
-// A new dictionary, so that the translation's own is never changed; the
-// added option overrides anything under its key.
-ObRef<ObMutableDictionary> withScandraIdentityOption(const ObRef<ObDictionary>& translated,
+// The translation makes a new dictionary for this request alone, so the
+// option is added to it rather than to a copy of it: the service receives
+// the same entries in the same order. The option overrides anything under
+// its key.
+ObRef<ObMutableDictionary> withScandraIdentityOption(ObRef<ObMutableDictionary> translated,
                                                      bool available) {
-    ObRef<ObMutableDictionary> options = ObMutableDictionary::make();
-    if (translated) {
-        for (const ObDictionary::Entry& option : *translated)
-            options->setObject_forKey(option.second, option.first);
-    }
+    ObRef<ObMutableDictionary> options =
+        translated ? std::move(translated) : ObMutableDictionary::make();
     options->setObject_forKey(ObNumber::makeBool(available), ObNumber::make(scandraIdentityOption));
     return options;
 }
@@ -52,9 +51,9 @@ void VRCredentialReference::evaluatePolicy_hints_reply(const ObRef<ObString>& po
                                                        VRErrorReply reply) {
     logReferenceEntry(evaluatePolicyLog, "%@, %@", policy, hints);
     // Hints first: when both are bad, the hints' exception is the one raised.
-    const ObRef<ObMutableDictionary> translated = KVLegacyHelper::optionsFromVRHints(hints);
+    ObRef<ObMutableDictionary> translated = KVLegacyHelper::optionsFromVRHints(hints);
     const ObRef<ObMutableDictionary> options =
-        withScandraIdentityOption(translated, scandraIdentityAvailable());
+        withScandraIdentityOption(std::move(translated), scandraIdentityAvailable());
     const ObRef<KVClient> client = _client.load();
     const ObInteger policyNumber = KVLegacyHelper::policyFromVRPolicy(policy);
     if (!client)

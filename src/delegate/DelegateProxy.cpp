@@ -8,24 +8,39 @@
 #include "tessiva/object/ObNumber.h"
 #include "tessiva/os/ObOnce.h"
 
+#include <array>
+#include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
 
 namespace {
 
+// Numbers below this have a key made once, with the tables.
+constexpr ObInteger smallNumberCount = 8;
+using SmallNumbers = std::array<ObNumber*, smallNumberCount>;
+
 struct ProxyTables {
     const ObDictionary* eventMap;         // event number -> VR event name
     const ObDictionary* eventParamMap;    // parameter number -> VR parameter name
     const ObDictionary* eventResponseMap; // VR response key -> response number
+    // The keys eventMap holds for the numbers it names, and equal keys for the
+    // other small numbers, so that looking up an event makes no number.
+    SmallNumbers eventNumbers;
 };
 
 using NumberedNames = std::vector<std::pair<ObInteger, ObString*>>;
 
-const ObDictionary* numberToName(const NumberedNames& rows) {
+const ObDictionary* numberToName(const NumberedNames& rows, const SmallNumbers* keys = nullptr) {
     std::vector<ObDictionary::Entry> entries;
-    for (const auto& [number, name] : rows)
-        entries.emplace_back(ObNumber::make(number), name);
+    for (const auto& [number, name] : rows) {
+        ObRef<ObObject> key;
+        if (keys != nullptr && number >= 0 && number < smallNumberCount)
+            key = (*keys)[static_cast<std::size_t>(number)];
+        else
+            key = ObNumber::make(number);
+        entries.emplace_back(std::move(key), name);
+    }
     return ObDictionary::make(std::move(entries)).leakRef();
 }
 
@@ -48,7 +63,10 @@ ProxyTables buildTables() {
     // "Passcode" is left out on purpose: an answer using it is refused.
     const ObDictionary* responses =
         ObDictionary::make({{VREventConsentResponse, ObNumber::make(0)}}).leakRef();
-    return {numberToName(events), numberToName(parameters), responses};
+    SmallNumbers eventNumbers{};
+    for (ObInteger number = 0; number < smallNumberCount; ++number)
+        eventNumbers[static_cast<std::size_t>(number)] = ObNumber::make(number).leakRef();
+    return {numberToName(events, &eventNumbers), numberToName(parameters), responses, eventNumbers};
 }
 
 // The three tables are built together, once, and kept for the life of the
@@ -95,9 +113,16 @@ ObRef<DelegateProxy> DelegateProxy::initWithVRUIDelegate(const ObRef<VRUIDelegat
 void DelegateProxy::event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
                                        KVUIReply reply) {
     const ProxyTables& tables = proxyTables();
-    const ObRef<ObNumber> eventNumber = ObNumber::make(event);
+    ObRef<ObNumber> madeNumber;
+    const ObNumber* eventNumber = nullptr;
+    if (event >= 0 && event < smallNumberCount) {
+        eventNumber = tables.eventNumbers[static_cast<std::size_t>(event)];
+    } else {
+        madeNumber = ObNumber::make(event);
+        eventNumber = madeNumber.get();
+    }
 
-    if (ObRef<ObString> vrEvent = eventName(tables, eventNumber.get())) {
+    if (ObRef<ObString> vrEvent = eventName(tables, eventNumber)) {
         ObRef<ObMutableDictionary> vrParams;
         if (params) {
             vrParams = ObMutableDictionary::make();

@@ -5,7 +5,7 @@
 
 namespace tessiva::detail {
 
-void writeCallLog(const char* tag, const char* name, const ObRef<ObString>& argumentText) {
+void writeCallLog(const char* tag, const char* name, std::string_view argumentText) {
     if (!KVLogger::sharedInstance()->isLoggingEnabled())
         return;
     const ObRef<ObString> line = ObFormat("%s %@", name, argumentText);

@@ -2,8 +2,10 @@
 // first use under its own guard and only read afterwards.
 #pragma once
 
+#include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
+#include "tessiva/object/ObNumber.h"
 #include "tessiva/os/ObOnce.h"
 
 #include <utility>
@@ -23,11 +25,22 @@ public:
 
     // The number for the name, or 0 for an unknown or absent name. A given
     // out-parameter receives absent, or the parameter error made from the
-    // unknown-name format.
-    ObInteger translate(const ObRef<ObString>& name, ObRef<ObError>* error);
+    // unknown-name format. Inline, so that a translation is the lookup itself
+    // and nothing around it.
+    ObInteger translate(const ObRef<ObString>& name, ObRef<ObError>* error) {
+        ObDispatchOnce(once_, [this] { build(); });
+        const auto* number = static_cast<const ObNumber*>(table_->peekObjectForKey(name.get()));
+        if (number == nullptr)
+            return unknown(name, error);
+        if (error != nullptr && *error)
+            *error = nullptr;
+        return number->integerValue();
+    }
 
 private:
-    const ObDictionary& table();
+    void build();
+    // The failure path, out of line: 0, and the error when one is wanted.
+    ObInteger unknown(const ObRef<ObString>& name, ObRef<ObError>* error) const;
 
     Rows rows_;
     const char* unknownNameFormat_;
@@ -39,7 +52,14 @@ private:
 // The raising partner of an error-returning translation: calls it with a
 // local error slot and raises that error when the result is 0; returns 0
 // should raising ever return.
-ObInteger translateOrRaise(ObInteger (*translate)(const ObRef<ObString>&, ObRef<ObError>*),
-                           const ObRef<ObString>& name);
+template <ObInteger (*Translate)(const ObRef<ObString>&, ObRef<ObError>*)>
+ObInteger translateOrRaise(const ObRef<ObString>& name) {
+    ObRef<ObError> error;
+    const ObInteger result = Translate(name, &error);
+    if (result != 0)
+        return result;
+    KVErrorHelper::raiseException(error);
+    return 0;
+}
 
 } // namespace tessiva::detail

@@ -83,7 +83,7 @@ ObInteger KVLegacyHelper::policyFromVRPolicy_error(const ObRef<ObString>& policy
 }
 
 ObInteger KVLegacyHelper::policyFromVRPolicy(const ObRef<ObString>& policy) {
-    return translateOrRaise(&KVLegacyHelper::policyFromVRPolicy_error, policy);
+    return translateOrRaise<&KVLegacyHelper::policyFromVRPolicy_error>(policy);
 }
 
 ObInteger KVLegacyHelper::optionFromVRHint_error(const ObRef<ObString>& hint,
@@ -97,7 +97,7 @@ ObInteger KVLegacyHelper::eventFromVREvent_error(const ObRef<ObString>& event,
 }
 
 ObInteger KVLegacyHelper::eventFromVREvent(const ObRef<ObString>& event) {
-    return translateOrRaise(&KVLegacyHelper::eventFromVREvent_error, event);
+    return translateOrRaise<&KVLegacyHelper::eventFromVREvent_error>(event);
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result,
@@ -106,5 +106,5 @@ ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult(const ObRef<ObString>& result) {
-    return translateOrRaise(&KVLegacyHelper::resultFromVRResult_error, result);
+    return translateOrRaise<&KVLegacyHelper::resultFromVRResult_error>(result);
 }

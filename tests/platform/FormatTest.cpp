@@ -58,6 +58,18 @@ TEST(TextForm, EveryKindPrintsExactly) {
     }
 }
 
+// Containers write their own classes' texts straight into one buffer; any
+// other object, a subclass of those included, is still asked for its own.
+TEST(TextForm, ContainersAskEveryOtherClassForItsOwnText) {
+    tessiva::test::ShoutingString shouting("quiet");
+    const ObRef<ObObject> loud(&shouting);
+    const auto nested = ObArray::make(
+        {loud, ObDictionary::make({{loud, ObNumber::make(LONG_MIN)}, {str("k"), loud}})});
+    const std::string expected = "(LOUD, {LOUD = " + printed("%ld", LONG_MIN) + "; k = LOUD})";
+    EXPECT_EQ(nested->description()->text(), expected);
+    EXPECT_EQ(ObFormat("<%@>", nested)->text(), "<" + expected + ">");
+}
+
 TEST(Format, ConversionsAndMalformedFormats) {
     const char* nullText = nullptr;
     expectAll({

@@ -86,6 +86,24 @@ TEST(ObjectKindOf, CastsFollowTheClassHierarchy) {
     EXPECT_EQ(ob_cast<ObObject>(ObRef<ObString>()), nullptr);
 }
 
+// Exact classes are recognised by type first; a subclass still passes every
+// kind-of test through its ancestry and compares by its text both ways.
+TEST(ObjectKindOf, SubclassesOfTheLibrarysClassesStillPass) {
+    ShoutingString shouting("quiet");
+    const ObRef<ObObject> subclassed(&shouting);
+    EXPECT_EQ(ob_cast<ObString>(subclassed).get(), &shouting);
+    EXPECT_EQ(ob_cast_raw<ObString>(subclassed), &shouting);
+    EXPECT_EQ(ob_cast<ObNumber>(subclassed), nullptr);
+    EXPECT_TRUE(subclassed->isEqual(str("quiet")));
+    EXPECT_TRUE(str("quiet")->isEqual(subclassed));
+    EXPECT_FALSE(str("Quiet")->isEqual(subclassed));
+    EXPECT_EQ(ObDictionary::make({{subclassed, str("v")}})
+                  ->objectForKey(str("quiet"))
+                  ->description()
+                  ->text(),
+              "v");
+}
+
 TEST(ObjectLifetime, LastReleaseDestroysExactlyOnce) {
     LifetimeCounters counters;
     {

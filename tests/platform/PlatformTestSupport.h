@@ -16,6 +16,14 @@ inline ObRef<ObString> str(std::string_view text) {
     return ObString::make(text);
 }
 
+// A caller's subclass of the library's string, with a text form of its own:
+// what the library's shortcuts for its own classes must not take it for.
+class ShoutingString final : public ObString {
+public:
+    explicit ShoutingString(std::string_view text) noexcept : ObString(immortal, text) {}
+    ObRef<ObString> description() const override { return ObString::make("LOUD"); }
+};
+
 struct LifetimeCounters {
     std::atomic<int> constructed{0};
     std::atomic<int> destroyed{0};

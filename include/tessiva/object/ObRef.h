@@ -5,6 +5,8 @@
 
 #include <concepts>
 #include <cstddef>
+#include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 template <class T> class ObRef {
@@ -70,26 +72,42 @@ private:
     T* object_ = nullptr;
 };
 
+// Which dynamic types ob_cast may recognise by their type_info alone: T itself,
+// and for ObString its final subclass ObConstantString too (see ObString.h).
+// A miss only sends the test on to dynamic_cast, which answers for every
+// other type, so the shortcut never changes a result.
+template <class T> struct ObKindShortcut {
+    static bool matches(const std::type_info& type) noexcept { return &type == &typeid(T); }
+};
+
+namespace tessiva::detail {
+// The object as a T when it is a T or derives from one, null otherwise.
+template <class T, class U> T* kindOf(U* object) noexcept {
+    if constexpr (std::is_base_of_v<T, U>) {
+        return object;
+    } else {
+        if (object == nullptr)
+            return nullptr;
+        if constexpr (requires { static_cast<T*>(object); }) {
+            if (ObKindShortcut<std::remove_cv_t<T>>::matches(typeid(*object)))
+                return static_cast<T*>(object);
+        }
+        return dynamic_cast<T*>(object);
+    }
+}
+} // namespace tessiva::detail
+
 // The kind-of test: the object as a T when it is a T or derives from one,
 // absent otherwise (absent in, absent out).
 template <class T, class U> ObRef<T> ob_cast(const ObRef<U>& ref) noexcept {
-    if constexpr (std::is_base_of_v<T, U>)
-        return ObRef<T>(ref.get());
-    else
-        return ObRef<T>(dynamic_cast<T*>(ref.get()));
+    return ObRef<T>(tessiva::detail::kindOf<T>(ref.get()));
 }
 
 template <class T, class U> ObRef<T> ob_cast(U* object) noexcept {
-    if constexpr (std::is_base_of_v<T, U>)
-        return ObRef<T>(object);
-    else
-        return ObRef<T>(dynamic_cast<T*>(object));
+    return ObRef<T>(tessiva::detail::kindOf<T>(object));
 }
 
 // The kind-of test without taking a share, for hot paths that only look.
 template <class T, class U> T* ob_cast_raw(const ObRef<U>& ref) noexcept {
-    if constexpr (std::is_base_of_v<T, U>)
-        return ref.get();
-    else
-        return dynamic_cast<T*>(ref.get());
+    return tessiva::detail::kindOf<T>(ref.get());
 }

@@ -62,3 +62,10 @@ public:
     consteval explicit ObConstantString(const char (&literal)[N]) noexcept
         : ObString(immortal, std::string_view(literal, N - 1)) {}
 };
+
+// Strings are mostly constants: ob_cast<ObString> recognises both by type_info.
+template <> struct ObKindShortcut<ObString> {
+    static bool matches(const std::type_info& type) noexcept {
+        return &type == &typeid(ObString) || &type == &typeid(ObConstantString);
+    }
+};

@@ -1,6 +1,7 @@
 // Immutable arrays of present objects.
 #include "tessiva/object/ObArray.h"
 
+#include "Description.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
@@ -30,14 +31,21 @@ ObRef<ObObject> ObArray::objectAtIndex(ObUInteger index) const noexcept {
 }
 
 ObRef<ObString> ObArray::description() const {
-    std::string text = "(";
-    for (ObUInteger index = 0; index < items_.size(); ++index) {
-        if (index > 0)
-            text += ", ";
-        text += items_[index]->description()->text();
-    }
-    text += ')';
+    std::string text;
+    tessiva::detail::appendArrayDescription(text, *this);
     return ObString::make(text);
+}
+
+void tessiva::detail::appendArrayDescription(std::string& out, const ObArray& array) {
+    out += '(';
+    bool first = true;
+    for (const ObRef<ObObject>& item : array) {
+        if (!first)
+            out += ", ";
+        first = false;
+        appendDescription(out, *item);
+    }
+    out += ')';
 }
 
 ObUInteger ObArray::hash() const noexcept {

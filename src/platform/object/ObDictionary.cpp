@@ -2,6 +2,7 @@
 // index of positions, so that a lookup is one hash and a short probe.
 #include "tessiva/object/ObDictionary.h"
 
+#include "Description.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
@@ -21,6 +22,10 @@ ObUInteger homeSlot(ObUInteger hash, ObUInteger capacity) noexcept {
     const int shift = std::numeric_limits<ObUInteger>::digits - std::countr_zero(capacity);
     return (hash * golden) >> shift;
 }
+
+// What a dictionary filled one entry at a time makes room for first: the
+// options and parameter dictionaries of a request hold about that many.
+constexpr ObUInteger firstCapacity = 8;
 
 void requirePresent(const char* className, const ObRef<ObObject>& key,
                     const ObRef<ObObject>& value) {
@@ -51,7 +56,8 @@ ObRef<ObDictionary> ObDictionary::make() {
     return ObRef<ObDictionary>::adopt(new ObDictionary());
 }
 
-std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
+// Inline: it is the whole of a lookup, which tables do on every translation.
+inline std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
     if (slots_.empty())
         return emptySlot;
     const ObUInteger mask = slots_.size() - 1;
@@ -59,7 +65,9 @@ std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) cons
         const std::uint32_t position = slots_[slot];
         if (position == emptySlot)
             return emptySlot;
-        if (hashes_[position] == hash && entries_[position].first->isEqual(key))
+        // Identity first: keys are mostly the very constants a table holds.
+        const ObObject* candidate = entries_[position].first.get();
+        if (hashes_[position] == hash && (candidate == key || candidate->isEqual(key)))
             return position;
     }
 }
@@ -103,6 +111,10 @@ void ObDictionary::store(ObRef<ObObject> key, ObRef<ObObject> value) {
         entries_[position].second = std::move(value);
         return;
     }
+    // A dictionary filled one entry at a time starts with room for a few,
+    // rather than growing its three arrays at one, two, four and eight.
+    if (entries_.capacity() == 0)
+        reserve(firstCapacity);
     entries_.emplace_back(std::move(key), std::move(value));
     hashes_.push_back(hash);
     if (entries_.size() * 2 > slots_.size()) {
@@ -130,18 +142,24 @@ void ObDictionary::remove(const ObObject* key) noexcept {
 }
 
 ObRef<ObString> ObDictionary::description() const {
-    std::string text = "{";
-    bool first = true;
-    for (const Entry& entry : entries_) {
-        if (!first)
-            text += "; ";
-        first = false;
-        text += entry.first->description()->text();
-        text += " = ";
-        text += entry.second->description()->text();
-    }
-    text += '}';
+    std::string text;
+    tessiva::detail::appendDictionaryDescription(text, *this);
     return ObString::make(text);
+}
+
+void tessiva::detail::appendDictionaryDescription(std::string& out,
+                                                  const ObDictionary& dictionary) {
+    out += '{';
+    bool first = true;
+    for (const ObDictionary::Entry& entry : dictionary) {
+        if (!first)
+            out += "; ";
+        first = false;
+        appendDescription(out, *entry.first);
+        out += " = ";
+        appendDescription(out, *entry.second);
+    }
+    out += '}';
 }
 
 ObUInteger ObDictionary::hash() const noexcept {

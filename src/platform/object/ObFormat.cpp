@@ -1,6 +1,8 @@
 // The formatting engine behind ObFormat.
 #include "tessiva/object/ObFormat.h"
 
+#include "Description.h"
+
 #include <cstdint>
 #include <string>
 
@@ -16,7 +18,7 @@ void appendObjectOrText(std::string& out, const FormatArgument& argument) {
         if (argument.object == nullptr)
             out += nullText;
         else
-            out += argument.object->description()->text();
+            tessiva::detail::appendDescription(out, *argument.object);
         return;
     case FormatArgument::Kind::Text:
         if (argument.text == nullptr)

@@ -1,6 +1,7 @@
 // Boxed integers and the two shared booleans.
 #include "tessiva/object/ObNumber.h"
 
+#include "Description.h"
 #include "tessiva/object/ObString.h"
 
 #include <string>
@@ -22,7 +23,9 @@ ObRef<ObNumber> ObNumber::makeBool(bool value) noexcept {
 }
 
 ObRef<ObString> ObNumber::description() const {
-    return ObString::make(std::to_string(value_));
+    std::string text;
+    tessiva::detail::appendIntegerDescription(text, value_);
+    return ObString::make(text);
 }
 
 ObUInteger ObNumber::hash() const noexcept {
@@ -37,6 +40,6 @@ const char* ObNumber::className() const noexcept {
 }
 
 bool ObNumber::equals(const ObObject& other) const noexcept {
-    const auto* number = dynamic_cast<const ObNumber*>(&other);
+    const auto* number = tessiva::detail::kindOf<const ObNumber>(&other);
     return number != nullptr && number->value_ == value_;
 }

@@ -23,6 +23,6 @@ const char* ObString::className() const noexcept {
 }
 
 bool ObString::equals(const ObObject& other) const noexcept {
-    const auto* string = dynamic_cast<const ObString*>(&other);
+    const auto* string = tessiva::detail::kindOf<const ObString>(&other);
     return string != nullptr && string->hash_ == hash_ && string->text() == text();
 }
