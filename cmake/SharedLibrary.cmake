@@ -6,13 +6,20 @@ include(GenerateExportHeader)
 # Generated public headers (the export headers) go here, beside include/.
 set(TESSIVA_GENERATED_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
 
-# tessiva_hide_symbols(<target>)
-# Compiles <target>'s sources with hidden visibility, inline functions included.
-function(tessiva_hide_symbols target)
+# tessiva_library_objects(<target>)
+# Compiles <target>'s sources for a shared library: position-independent,
+# with hidden visibility, inline functions included.
+function(tessiva_library_objects target)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON)
+    # g++ describes a class in full only where its vtable goes, and the ABI
+    # tools then miss the members defined in other files; describe it in
+    # every object instead.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} PRIVATE -femit-class-debug-always)
+    endif()
 endfunction()
 
 # tessiva_shared_library(<target> MACRO <name> HEADER <include path> VERSION_SCRIPT <file>)
@@ -21,7 +28,7 @@ endfunction()
 # include directory), and <file> lists the dynamic symbols the linker keeps.
 function(tessiva_shared_library target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "MACRO;HEADER;VERSION_SCRIPT" "")
-    tessiva_hide_symbols(${target})
+    tessiva_library_objects(${target})
     set_target_properties(${target} PROPERTIES
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
