@@ -3,6 +3,7 @@
 // the caller's answer back in the service's numbers.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/VRUIDelegate.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 

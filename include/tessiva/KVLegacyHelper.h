@@ -10,6 +10,7 @@
 // only read afterwards, so every operation is safe from any thread.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
 #include "tessiva/object/ObString.h"

@@ -9,6 +9,7 @@
 // interface and stays as it is.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/object/ObString.h"
 
 // Policies: every one holds "" in this build, and all eleven are one object.

@@ -8,6 +8,7 @@
 // " (reply)", so the two lines of one call read as a pair.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/VRReplies.h"
 #include "tessiva/VRUIDelegate.h"
 #include "tessiva/kavelin/KVClient.h"

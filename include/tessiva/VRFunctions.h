@@ -8,6 +8,7 @@
 // Each function logs its entry under the tag "VRTessiva" (see KVLogger).
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/VRReplies.h"
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"

@@ -1,6 +1,7 @@
 // VRUIDelegate: the user-interface delegate a VR caller implements.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObError.h"
 #include "tessiva/object/ObString.h"

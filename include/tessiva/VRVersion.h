@@ -1,6 +1,7 @@
 // The library's version symbols.
 #pragma once
 
+#include "tessiva/TessivaExport.h"
 #include "tessiva/object/ObDefines.h"
 
 extern "C" {

@@ -49,6 +49,10 @@ public:
     virtual void failProcessedEvent_failureError_reply(ObInteger event,
                                                        const ObRef<ObObject>& failureError,
                                                        KVSuccessReply reply) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~KVClient() override;
 };
 
 // What makes clients: the service itself, a simulation, or a test's fake.
@@ -58,6 +62,10 @@ public:
     clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
                                                    const ObRef<KVUIDelegate>& uiDelegate,
                                                    KVClientReply reply) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~KVClientBackend() override;
 };
 
 // Installs a backend (absent removes it, which brings back the default);

@@ -131,4 +131,8 @@ public:
     virtual ObRef<ObString> passcode() = 0;
     // The rule later ACL evaluations ask; an empty rule allows everything.
     virtual void setACLRule(KVACLRule rule) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~KVSimulatedService() override;
 };

@@ -16,4 +16,8 @@ public:
     // callback that carries the answer back, from any thread.
     virtual void event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
                                     KVUIReply reply) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~KVUIDelegate() override;
 };

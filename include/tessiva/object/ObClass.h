@@ -26,6 +26,10 @@ private:
 class TESSIVA_PLATFORM_API ObClassRegistry : public ObObject {
 public:
     virtual ObRef<ObClass> classNamed(std::string_view name) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~ObClassRegistry() override;
 };
 
 // Registers a class under its name in the default registry and returns it;

@@ -16,6 +16,10 @@ class TESSIVA_PLATFORM_API ObLogSink : public ObObject {
 public:
     // Called from any thread, possibly from several at once.
     virtual void writeLine(ObLogPriority priority, std::string_view line) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~ObLogSink() override;
 };
 
 // Writes one line to the installed sink, or to the default one.

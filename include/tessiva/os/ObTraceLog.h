@@ -31,6 +31,10 @@ public:
     // An ordinary-level message: a format with one "%d", its argument, and a
     // payload callback the sink may call when, and if, it collects a payload.
     virtual void write(const char* format, std::int32_t argument, ObTracePayload payload) = 0;
+
+protected:
+    // Out of line, so the library holds the vtable and type information.
+    ~ObTraceSink() override;
 };
 
 // Writes a message to the installed sink. The default sink formats the

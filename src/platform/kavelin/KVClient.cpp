@@ -32,3 +32,7 @@ void KVClient::clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData
 ObRef<KVClientBackend> KVSetClientBackend(const ObRef<KVClientBackend>& backend) {
     return backendSeam().install(backend);
 }
+
+KVClient::~KVClient() = default;
+
+KVClientBackend::~KVClientBackend() = default;

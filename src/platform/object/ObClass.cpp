@@ -68,3 +68,5 @@ ObRef<ObClass> ObClassFromString(const ObRef<ObString>& name) {
 ObRef<ObClassRegistry> ObSetClassRegistry(const ObRef<ObClassRegistry>& registry) {
     return registrySeam().install(registry);
 }
+
+ObClassRegistry::~ObClassRegistry() = default;

@@ -94,7 +94,9 @@ void ObDictionary::rebuildIndex(ObUInteger minimumCapacity) {
     ObUInteger capacity = 8;
     while (capacity < minimumCapacity * 2)
         capacity *= 2;
-    slots_.assign(capacity, emptySlot);
+    // A copy: binding the constant itself to assign's reference would emit it
+    // as a dynamic symbol in some builds and not in others.
+    slots_.assign(capacity, std::uint32_t{emptySlot});
     const ObUInteger mask = capacity - 1;
     for (std::uint32_t position = 0; position < entries_.size(); ++position) {
         ObUInteger slot = homeSlot(hashes_[position], capacity);

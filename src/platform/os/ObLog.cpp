@@ -63,3 +63,5 @@ void ObLogWrite(ObLogPriority priority, std::string_view line) {
 ObRef<ObLogSink> ObSetLogSink(const ObRef<ObLogSink>& sink) {
     return logSeam().install(sink);
 }
+
+ObLogSink::~ObLogSink() = default;

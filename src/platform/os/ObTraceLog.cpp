@@ -60,3 +60,5 @@ void ObTraceLogWrite(const char* format, std::int32_t argument, ObTracePayload p
 ObRef<ObTraceSink> ObSetTraceSink(const ObRef<ObTraceSink>& sink) {
     return traceSeam().install(sink);
 }
+
+ObTraceSink::~ObTraceSink() = default;

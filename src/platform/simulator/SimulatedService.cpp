@@ -119,3 +119,5 @@ ObRef<KVSimulatedService> KVSimulatedService::defaultService() {
         environmentDisablesService() ? nullptr : make().leakRef();
     return ObRef<KVSimulatedService>(service);
 }
+
+KVSimulatedService::~KVSimulatedService() = default;

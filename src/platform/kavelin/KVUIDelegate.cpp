@@ -1,0 +1,4 @@
+// The protocol's anchor: its one out-of-line member.
+#include "tessiva/kavelin/KVUIDelegate.h"
+
+KVUIDelegate::~KVUIDelegate() = default;

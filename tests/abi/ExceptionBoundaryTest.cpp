@@ -1,0 +1,94 @@
+// Exceptions thrown inside the shared libraries, caught by type in this
+// executable: the type information of the exception classes must be one
+// across the boundary, hidden visibility and version scripts notwithstanding.
+#include "support/RecordingUIDelegate.h"
+#include "tessiva/DelegateProxy.h"
+#include "tessiva/KVLegacyHelper.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/object/Ob.h"
+
+#include <exception>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <typeinfo>
+
+namespace {
+
+// Which handler took what `action` threw, as "<dynamic type> <name>: <reason>"
+// (what() for a handler of std::exception), or why none did.
+template <class Handled> std::string caughtAs(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const Handled& exception) {
+        const char* type = typeid(exception) == typeid(KVException)                  ? "KVException"
+                           : typeid(exception) == typeid(ObInvalidArgumentException) ? "ObInvalid"
+                                                                                     : "other";
+        if constexpr (std::is_base_of_v<ObException, Handled>)
+            return std::string(type) + " " + std::string(exception.name()->text()) + ": " +
+                   std::string(exception.reason()->text());
+        else
+            return std::string(type) + " " + exception.what();
+    } catch (...) {
+        return "caught by no handler of that type";
+    }
+    return "nothing thrown";
+}
+
+ObRef<ObError> parameterError(const char* message) {
+    return KVErrorHelper::parameterErrorWithMessage(ObString::make(message));
+}
+
+TEST(ExceptionBoundary, RaisedKVExceptionCarriesTheVeryErrorAcross) {
+    const ObRef<ObError> error = parameterError("bad hint");
+    try {
+        KVErrorHelper::raiseException(error);
+        FAIL() << "raiseException returned";
+    } catch (const KVException& exception) {
+        EXPECT_EQ(exception.error(), error);
+        EXPECT_STREQ(exception.what(), "bad hint");
+    }
+}
+
+TEST(ExceptionBoundary, EachHandlerOfTheHierarchyCatchesAKVException) {
+    const auto raise = [] { KVErrorHelper::raiseException(parameterError("bad hint")); };
+    EXPECT_EQ(caughtAs<KVException>(raise), "KVException KVException: bad hint");
+    EXPECT_EQ(caughtAs<ObException>(raise), "KVException KVException: bad hint");
+    EXPECT_EQ(caughtAs<std::exception>(raise), "KVException bad hint");
+    EXPECT_EQ(caughtAs<ObInvalidArgumentException>(raise), "caught by no handler of that type");
+}
+
+TEST(ExceptionBoundary, KVExceptionRaisedThroughTessivaIsCaughtByType) {
+    EXPECT_EQ(caughtAs<KVException>(
+                  [] { (void)KVLegacyHelper::policyFromVRPolicy(ObString::make("NoSuchPolicy")); }),
+              "KVException KVException: Unknown policy: 'NoSuchPolicy'");
+}
+
+TEST(ExceptionBoundary, DictionaryInsertRaisesInvalidArgumentAcross) {
+    const auto insertAbsent = [] {
+        ObMutableDictionary::make()->setObject_forKey(nullptr, ObString::make("key"));
+    };
+    const std::string expected = "ObInvalid ObInvalidArgumentException: ObMutableDictionary: "
+                                 "attempt to insert an absent object for key key";
+    EXPECT_EQ(caughtAs<ObInvalidArgumentException>(insertAbsent), expected);
+    EXPECT_EQ(caughtAs<ObException>(insertAbsent), expected);
+    EXPECT_EQ(caughtAs<KVException>(insertAbsent), "caught by no handler of that type");
+}
+
+// Thrown by code of libTessiva itself, with the platform library's type.
+TEST(ExceptionBoundary, InvalidArgumentThrownInsideTessivaIsCaughtByType) {
+    const ObRef<tessiva::test::RecordingUIDelegate> delegate =
+        tessiva::test::RecordingUIDelegate::make();
+    DelegateProxy::initWithVRUIDelegate(delegate)->event_params_reply(
+        3, nullptr, [](ObRef<ObDictionary>, ObRef<ObError>) {});
+    ASSERT_EQ(delegate->events().size(), 1u);
+    const VRUIReply answer = delegate->events().front().reply;
+
+    EXPECT_EQ(caughtAs<ObInvalidArgumentException>([&] {
+                  answer(ObDictionary::make({{ObString::make("Passcode"), ObString::make("1")}}),
+                         nullptr);
+              }),
+              "ObInvalid ObInvalidArgumentException: Unknown response key: Passcode");
+}
+
+} // namespace
