@@ -1,6 +1,8 @@
 # Strict warnings for the project's own targets only; callers are unaffected.
+# -Wnull-dereference is left out: at -O3 g++ reports paths its own inlining
+# invents (in GoogleTest and std::function), not faults in the code.
 add_library(tessiva_warnings INTERFACE)
 target_compile_options(tessiva_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Werror
     -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
-    -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough)
+    -Woverloaded-virtual -Wimplicit-fallthrough)

@@ -56,8 +56,11 @@ private:
     friend class ObMutableDictionary;
     static constexpr std::uint32_t emptySlot = UINT32_MAX;
 
-    std::uint32_t findEntry(const ObObject* key, ObUInteger hash) const noexcept;
-    void rebuildIndex(ObUInteger minimumCapacity);
+    // Internal helpers stay out of the exported surface, whatever the optimiser
+    // decides to inline.
+    TESSIVA_PLATFORM_NO_EXPORT std::uint32_t findEntry(const ObObject* key,
+                                                       ObUInteger hash) const noexcept;
+    TESSIVA_PLATFORM_NO_EXPORT void rebuildIndex(ObUInteger minimumCapacity);
 
     std::vector<Entry> entries_;
     // The keys' hashes, by position, so that probes compare numbers first.
