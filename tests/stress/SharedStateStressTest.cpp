@@ -193,7 +193,7 @@ TEST(ProxyStress, EventsAndAnswersOnSeveralThreads) {
 }
 
 constexpr int constantThreadCount = 8;
-constexpr int constantRounds = 300;
+constexpr int constantRounds = 100;
 
 // The exported vocabulary is immortal: retained and released from every thread
 // at once, through copies, containers, errors and formatting, it stays intact.
