@@ -122,7 +122,10 @@ void checkOptions(const ObRef<ObDictionary>& hints, const ObRef<ObMutableDiction
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ObjectGraphDecoder decoder(data, size);
-    const ObRef<ObObject> root = decoder.object();
+    // Mostly a dictionary of some class, else any object, which the hints
+    // translation sees as absent and the structured conversions take as it is.
+    const ObRef<ObObject> root =
+        decoder.boolean() ? ObRef<ObObject>(decoder.dictionary()) : decoder.object();
     const ObRef<ObDictionary> hints = ob_cast<ObDictionary>(root);
     const std::string before = printed(root);
 
