@@ -112,9 +112,10 @@ void answerThrough(const VRUIReply& reply, ObjectGraphDecoder& decoder,
         reply(given, error);
         check(unknown == nullptr, "an unknown response key was forwarded", printed(given));
     } catch (const ObInvalidArgumentException& exception) {
+        // The reason, not what(): a key's text may hold a NUL.
         check(unknown != nullptr &&
-                  isFilledWith(exception.what(), "Unknown response key: %@", unknown),
-              "answer refused", exception.what());
+                  isFilledWith(exception.reason()->text(), "Unknown response key: %@", unknown),
+              "answer refused", exception.reason()->text());
         check(forwarded.size() == before, "a refused answer was forwarded");
         return;
     }
