@@ -6,6 +6,15 @@
 // operation, e.g. "-[VRCredentialReference invalidate]". A reply the
 // operation hands to the service logs under the same name followed by
 // " (reply)", so the two lines of one call read as a pair.
+//
+// The synchronous forms run their asynchronous twin and wait, without
+// time-out, until its reply has run. By design they wait for ever when that
+// reply never comes: a service that never answers, a user-interface delegate
+// that never answers an event, a reference with no client. Callers that need
+// a bound use the asynchronous forms and stop a pending evaluation themselves
+// (invalidate, or the "StopEvents" client request). Should the service reply
+// more than once, every reply is forwarded, and a synchronous form returns
+// once the first has run.
 #pragma once
 
 #include "tessiva/TessivaExport.h"

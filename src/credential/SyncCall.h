@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tessiva/object/ObError.h"
+#include "tessiva/os/ObAtomicRef.h"
 #include "tessiva/os/ObSemaphore.h"
 
 #include <memory>
@@ -17,18 +18,19 @@ namespace tessiva::detail {
 // `start` passes through without waiting.
 template <class Value, class Start> ObRef<Value> waitForReply(Start&& start) {
     // Shared with the reply, which may run on another thread after this
-    // frame would otherwise be gone.
+    // frame would otherwise be gone. A service that replies twice calls it
+    // again, maybe while this reads the value, so the value is indivisible.
     struct Rendezvous {
         ObSemaphore semaphore{0};
-        ObRef<Value> value;
+        ObAtomicRef<Value> value;
     };
     auto rendezvous = std::make_shared<Rendezvous>();
     std::forward<Start>(start)([rendezvous](ObRef<Value> value) {
-        rendezvous->value = std::move(value);
+        rendezvous->value.store(std::move(value));
         rendezvous->semaphore.signal();
     });
     rendezvous->semaphore.wait();
-    return std::move(rendezvous->value);
+    return rendezvous->value.load();
 }
 
 // The boolean forms: true when the reply brought no error. A given `error`

@@ -2,13 +2,10 @@
 // lifetime, and threads released together.
 #pragma once
 
+#include "support/RunTogether.h"
 #include "tessiva/object/ObString.h"
 
 #include <atomic>
-#include <functional>
-#include <latch>
-#include <thread>
-#include <vector>
 
 namespace tessiva::test {
 
@@ -42,17 +39,5 @@ private:
     LifetimeCounters& counters_;
     int value_;
 };
-
-// Runs body(0) .. body(threadCount - 1) on as many threads, all started at
-// once by a latch, and returns when every one has finished.
-inline void runTogether(int threadCount, const std::function<void(int)>& body) {
-    std::latch start(threadCount);
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < threadCount; ++t)
-        threads.emplace_back([&, t] {
-            start.arrive_and_wait();
-            body(t);
-        });
-}
 
 } // namespace tessiva::test

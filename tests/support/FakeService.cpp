@@ -11,6 +11,7 @@ struct FakeServiceState {
     mutable std::mutex mutex;
 
     FakeReplyMode mode = FakeReplyMode::AtOnce;
+    int deliveries = 1;
     ObRef<ObDictionary> answerResult = ObDictionary::make();
     ObRef<ObError> answerEvaluationError;
     bool answerSuccess = true;
@@ -33,21 +34,29 @@ struct FakeServiceState {
     ~FakeServiceState() { joinThreads(); }
 
     // `record` notes the request under the lock and returns the reply with
-    // its answer bound; the reply then goes out in the current mode. Replies
-    // run and are destroyed outside the lock, as destroying a client takes it.
+    // its answer bound; the reply then goes out in the current mode, as often
+    // as set. Every delivery calls the one reply, as a service replying twice
+    // would. Replies run and are destroyed outside the lock, as destroying a
+    // client takes it.
     template <class Record> void request(Record&& record) {
+        // Declared before the lock, so that the last share goes after unlocking.
+        std::function<void()> deliver;
         std::unique_lock lock(mutex);
-        std::function<void()> reply = std::forward<Record>(record)();
+        deliver = [reply = std::make_shared<const std::function<void()>>(
+                       std::forward<Record>(record)())] { (*reply)(); };
+        const int count = deliveries;
         switch (mode) {
         case FakeReplyMode::AtOnce:
             lock.unlock();
-            reply();
+            for (int i = 0; i < count; ++i)
+                deliver();
             return;
         case FakeReplyMode::OwnThread:
-            threads.emplace_back(std::move(reply));
+            for (int i = 0; i < count; ++i)
+                threads.emplace_back(deliver);
             return;
         case FakeReplyMode::Held:
-            held.push_back(std::move(reply));
+            held.insert(held.end(), count, deliver);
             return;
         }
     }
@@ -175,6 +184,11 @@ void FakeService::clientWithExternalizedContext_uiDelegate_reply(
 void FakeService::setReplyMode(FakeReplyMode mode) {
     std::lock_guard lock(state_->mutex);
     state_->mode = mode;
+}
+
+void FakeService::setDeliveriesPerReply(int count) {
+    std::lock_guard lock(state_->mutex);
+    state_->deliveries = count;
 }
 
 ObRef<FakeClient> FakeService::makeClient(const ObRef<ObData>& context) {

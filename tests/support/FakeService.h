@@ -83,6 +83,9 @@ public:
     // --- Answers ---------------------------------------------------------
     // Applies to requests made from now on; AtOnce until set.
     void setReplyMode(FakeReplyMode mode);
+    // How often each reply goes out, in the current mode; 1 until set. With
+    // OwnThread every delivery has a thread of its own, so they race.
+    void setDeliveriesPerReply(int count);
     // A client of this service on the given context.
     ObRef<FakeClient> makeClient(const ObRef<ObData>& context);
     // What a client request receives. Until set: a new client on the context

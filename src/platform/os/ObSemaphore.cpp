@@ -2,10 +2,11 @@
 #include "tessiva/os/ObSemaphore.h"
 
 void ObSemaphore::signal() {
-    {
-        std::lock_guard lock(mutex_);
-        ++count_;
-    }
+    // Notified under the lock: a waiter cannot return, and so cannot destroy
+    // the semaphore, before this call has finished with it. The synchronous
+    // forms and their callers destroy a semaphore as soon as the wait returns.
+    std::lock_guard lock(mutex_);
+    ++count_;
     available_.notify_one();
 }
 

@@ -1,0 +1,40 @@
+// What the harnesses share: a failed invariant stops the run with a message,
+// and the texts the library's errors can carry.
+#pragma once
+
+#include "tessiva/object/Ob.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+namespace tessiva::fuzz {
+
+// Stops the run, so that libFuzzer keeps the input that broke the invariant.
+[[noreturn]] inline void fail(std::string_view what, std::string_view detail = {}) {
+    std::fprintf(stderr, "invariant broken: %.*s %.*s\n", static_cast<int>(what.size()),
+                 what.data(), static_cast<int>(detail.size()), detail.data());
+    std::abort();
+}
+
+inline void check(bool holds, std::string_view what, std::string_view detail = {}) {
+    if (!holds)
+        fail(what, detail);
+}
+
+inline std::string printed(const ObRef<ObObject>& object) {
+    return std::string(ObFormat("%@", object)->text());
+}
+
+inline std::string messageOf(const ObRef<ObError>& error) {
+    return std::string(error->localizedDescription()->text());
+}
+
+// True when `message` is `format` with its one "%@" replaced by `name`'s text form.
+inline bool isFilledWith(std::string_view message, std::string_view format,
+                         const ObRef<ObObject>& name) {
+    return message == std::string(ObFormat(format, name)->text());
+}
+
+} // namespace tessiva::fuzz

@@ -1,0 +1,171 @@
+// Hints dictionaries of any shape, through the hints translation and the two
+// structured-hint conversions it uses.
+#include "FuzzCheck.h"
+#include "ObjectGraphDecoder.h"
+#include "tessiva/KVLegacyHelper.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <vector>
+
+using namespace tessiva::fuzz;
+
+namespace {
+
+constexpr ObInteger eventProcessingOption = 1007;
+constexpr std::array<ObInteger, 14> optionNumbers = {2, 1002, 1007, 1004, 1003, 1000, 1001,
+                                                     1, 1005, 1006, 1008, 1012, 1013, 1014};
+
+// Every text a translation error can carry, given where its name came from.
+bool isKnownMessage(const std::string& message, const ObRef<ObObject>& hints) {
+    static const std::string_view fixed[] = {
+        "Hint dictionary keys must be of class ObString.",
+        "VRHintEventProcessing value must be of type ObDictionary.",
+        "VREventProcessing dictionary keys must be ObString",
+        "VREventProcessing dictionary keys must be ObDictionary",
+        "VRHintEventProcessingGetRemoteViewController value must be of type ObNumber.",
+        "VRHintEventFilter value must be of type ObArray.",
+        "VRHintEventFilter array must contain ObString items.",
+    };
+    if (std::find(std::begin(fixed), std::end(fixed), message) != std::end(fixed))
+        return true;
+    // An unknown name is one of the caller's own keys: a hint at the top,
+    // or an event inside the processing hint.
+    const ObDictionary* dictionary = ob_cast_raw<ObDictionary>(hints);
+    if (dictionary == nullptr)
+        return false;
+    for (const auto& [key, value] : *dictionary) {
+        if (isFilledWith(message, "Unknown hint: '%@'", key))
+            return true;
+        if (const ObDictionary* inner = ob_cast_raw<ObDictionary>(value)) {
+            for (const auto& entry : *inner) {
+                if (isFilledWith(message, "Unknown event: '%@'", entry.first))
+                    return true;
+            }
+        }
+    }
+    return false;
+}
+
+// The contract of every `_error` operation, whatever its input: the result is
+// absent exactly when an error is reported, the same with and without the
+// out-parameter, and the error is a parameter error the library can make.
+template <class Translate>
+ObRef<ObMutableDictionary> checkErrorContract(Translate translate,
+                                              const ObRef<ObObject>& messageSource,
+                                              std::string_view name) {
+    ObRef<ObError> error = ObError::make(ObString::make("stale"), 1, nullptr);
+    ObRef<ObMutableDictionary> result = translate(&error);
+    check((result == nullptr) == (error != nullptr), name, "result and error disagree");
+    check((translate(nullptr) == nullptr) == (result == nullptr), name,
+          "the out-parameter changes the outcome");
+    if (error) {
+        check(error->domain()->isEqual(KVErrorDomain) && error->code() == KVErrorInvalidParameter,
+              name, printed(error));
+        check(isKnownMessage(messageOf(error), messageSource), name, messageOf(error));
+    }
+    return result;
+}
+
+// A successful event-processing dictionary: from the processing form, event
+// numbers to at most the one parameter 0; from the filter form, the caller's
+// own strings to empty dictionaries.
+void checkEventProcessing(const ObRef<ObDictionary>& result, bool fromFilter) {
+    for (const auto& [key, value] : *result) {
+        const ObDictionary* parameters = ob_cast_raw<ObDictionary>(value);
+        check(parameters != nullptr, "event processing value", printed(value));
+        if (fromFilter) {
+            check(ob_cast_raw<ObString>(key) != nullptr && parameters->count() == 0,
+                  "event filter entry", printed(result));
+            continue;
+        }
+        const ObNumber* event = ob_cast_raw<ObNumber>(key);
+        check(event != nullptr && event->integerValue() >= 1 && event->integerValue() <= 4,
+              "event processing key", printed(key));
+        check(parameters->count() == 0 ||
+                  (parameters->count() == 1 &&
+                   ob_cast_raw<ObNumber>(parameters->objectForKey(ObNumber::make(0))) != nullptr),
+              "event processing parameters", printed(value));
+    }
+}
+
+void checkOptions(const ObRef<ObDictionary>& hints, const ObRef<ObMutableDictionary>& options) {
+    check(options->count() <= (hints ? hints->count() : 0), "more options than hints");
+    for (const auto& [key, value] : *options) {
+        const ObNumber* number = ob_cast_raw<ObNumber>(key);
+        check(number != nullptr && std::find(optionNumbers.begin(), optionNumbers.end(),
+                                             number->integerValue()) != optionNumbers.end(),
+              "option number", printed(key));
+    }
+    if (!hints)
+        return;
+    // Ordinary hints pass their value on as the very object; the structured
+    // ones share 1007, where the last visited wins.
+    bool lastStructuredIsFilter = false;
+    for (const auto& [key, value] : *hints) {
+        const ObRef<ObString> name = ob_cast<ObString>(key);
+        check(name != nullptr, "a hint key that is no string was accepted", printed(key));
+        const ObInteger number = KVLegacyHelper::optionFromVRHint_error(name, nullptr);
+        if (number == eventProcessingOption || name->text() == "EventFilter")
+            lastStructuredIsFilter = number != eventProcessingOption;
+        else
+            check(options->objectForKey(ObNumber::make(number)) == value,
+                  "hint value not passed on", printed(key));
+    }
+    if (const ObRef<ObObject> processing =
+            options->objectForKey(ObNumber::make(eventProcessingOption)))
+        checkEventProcessing(ob_cast<ObDictionary>(processing), lastStructuredIsFilter);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    ObjectGraphDecoder decoder(data, size);
+    // Mostly a dictionary of some class, else any object, which the hints
+    // translation sees as absent and the structured conversions take as it is.
+    const ObRef<ObObject> root =
+        decoder.boolean() ? ObRef<ObObject>(decoder.dictionary()) : decoder.object();
+    const ObRef<ObDictionary> hints = ob_cast<ObDictionary>(root);
+    const std::string before = printed(root);
+
+    const ObRef<ObMutableDictionary> options = checkErrorContract(
+        [&](ObRef<ObError>* error) {
+            return KVLegacyHelper::optionsFromVRHints_error(hints, error);
+        },
+        hints, "optionsFromVRHints_error");
+    if (options)
+        checkOptions(hints, options);
+
+    // The raising form raises exactly when the other reports, with that error.
+    ObRef<ObError> reported;
+    (void)KVLegacyHelper::optionsFromVRHints_error(hints, &reported);
+    try {
+        const ObRef<ObMutableDictionary> raised = KVLegacyHelper::optionsFromVRHints(hints);
+        check(raised != nullptr && reported == nullptr, "optionsFromVRHints returned",
+              printed(raised));
+    } catch (const KVException& exception) {
+        check(reported != nullptr && messageOf(exception.error()) == messageOf(reported),
+              "optionsFromVRHints raised", exception.what());
+    }
+
+    // The structured conversions take any object at all; an unknown event
+    // name comes from the processing value's own keys.
+    const ObRef<ObDictionary> asProcessingHint =
+        root ? ObDictionary::make({{VRHintEventProcessing, root}}) : nullptr;
+    if (const auto processed = checkErrorContract(
+            [&](ObRef<ObError>* error) {
+                return KVLegacyHelper::_eventProcessingFromVREventProcessing_error(root, error);
+            },
+            asProcessingHint, "_eventProcessingFromVREventProcessing_error"))
+        checkEventProcessing(processed, false);
+    if (const auto filtered = checkErrorContract(
+            [&](ObRef<ObError>* error) {
+                return KVLegacyHelper::_eventProcessingFromVREventFilter_error(root, error);
+            },
+            nullptr, "_eventProcessingFromVREventFilter_error"))
+        checkEventProcessing(filtered, true);
+
+    check(printed(root) == before, "the input changed");
+    return 0;
+}

@@ -1,0 +1,321 @@
+// ObjectGraphDecoder: turns a fuzzer's bytes into values of the object library,
+// so that every harness reaches Tessiva with graphs no caller test thought of:
+// wrong types, equal but distinct strings, callers' own subclasses, deep
+// nesting and large counts. Every graph is a tree over shared leaves, and its
+// printed size is bounded, so one input never takes long to run.
+#pragma once
+
+#include "tessiva/VRConstants.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/object/Ob.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tessiva::fuzz {
+
+// The text behind a CallerString, set up before the string that points into it.
+struct CallerText {
+    std::string text;
+};
+
+// A caller's own string class: an ObString that is not one of the library's.
+// Like every constant string it ignores reference counting, so the decoder
+// that made it owns it and must outlive every graph that holds it.
+class CallerString final : private CallerText, public ObString {
+public:
+    explicit CallerString(std::string value)
+        : CallerText{std::move(value)}, ObString(immortal, CallerText::text) {}
+    const char* className() const noexcept override { return "CallerString"; }
+};
+
+// A caller's own dictionary class.
+class CallerDictionary final : public ObDictionary {
+public:
+    void add(ObRef<ObObject> key, ObRef<ObObject> value) {
+        store(std::move(key), std::move(value));
+    }
+    const char* className() const noexcept override { return "CallerDictionary"; }
+};
+
+// An object of a class the library has never heard of. It prints without
+// its address, so that printing a graph twice gives the same text.
+class CallerObject final : public ObObject {
+public:
+    ObRef<ObString> description() const override { return ObString::make("<CallerObject>"); }
+    const char* className() const noexcept override { return "CallerObject"; }
+};
+
+// Every name of the VR vocabulary, and near misses of the names the library
+// compares by text.
+inline std::vector<ObRef<ObString>> vocabulary() {
+    std::vector<ObRef<ObString>> words = {
+        VRPolicyDeviceOwnerAuthenticated,
+        VRResultTagUsedRidgeScan,
+        VRResultTagUsedPasscode,
+        VRResultTagRidgeScanIdentity,
+        VRResultTagUsedYesNo,
+        VRResultTagUsedPassphrase,
+        VRHintNotInteractive,
+        VRHintAppAction,
+        VRHintTimeout,
+        VRHintCallerPID,
+        VRHintUserFallback,
+        VRHintMaxRidgeScanFailures,
+        VRHintMaxPasscodeFailures,
+        VRHintLightPasscodeScreen,
+        VRHintPresentationStyle,
+        VRHintTransitionStyle,
+        VRHintEventProcessingGetRemoteViewController,
+        VRHintEventParamRemoteViewControllerBundleID,
+        VRHintEventParamRemoteViewControllerName,
+        VRHintPassphraseFirst,
+        VRHintPINTitle,
+        VRHintPINLength,
+        VRHintEventFilter,
+        VRHintEventProcessing,
+        VREventRidgeScan,
+        VREventPasscode,
+        VREventConsent,
+        VREventPassphrase,
+        VREventUserCancel2,
+        VREventRidgeScanParamStatus,
+        VREventRidgeScanParamIdentity,
+        VREventRidgeScanParamSimpleStatus,
+        VREventParamAvailable,
+        VREventParamActive,
+        VREventConsentResponse,
+        VRResponsePasscode,
+        VRClientRequestStopEvents,
+        VRClientRequestParamEvent,
+        VRClientRequestParamError,
+        VRClientRequestEnterPassword,
+        VRClientRequestParamPassword,
+        VRClientRequestErrorRetryTime,
+        VRErrorDomain,
+        KVErrorDomain,
+        ObLocalizedDescriptionKey,
+    };
+    for (std::string_view text :
+         {"DeviceOwnerAuthenticated", "DeviceOwnerAuthenticatedWithBiometrics",
+          "DeviceOwnerConsentRidgescanPreferred", "HumanPresence", "eventFilter", "EVENTFILTER",
+          "EventFilter ", "stopEvents", "Timeout\n", "%@", "%s%d%ld%%"})
+        words.push_back(ObString::make(text));
+    return words;
+}
+
+class ObjectGraphDecoder {
+public:
+    // At most this many nested containers; deeper requests make leaves.
+    static constexpr int maxDepth = 200;
+    // At most this many objects in a graph, counting a shared one each time it
+    // appears: that bounds the text of any description.
+    static constexpr std::size_t maxWeight = 1 << 12;
+
+    ObjectGraphDecoder(const std::uint8_t* data, std::size_t size)
+        : bytes_(data, size), vocabulary_(fuzz::vocabulary()) {}
+    ObjectGraphDecoder(const ObjectGraphDecoder&) = delete;
+    ObjectGraphDecoder& operator=(const ObjectGraphDecoder&) = delete;
+
+    // Any object, absent included.
+    ObRef<ObObject> object() { return decode(0).object; }
+    // A present object (the containers refuse absent ones).
+    ObRef<ObObject> presentObject() {
+        ObRef<ObObject> made = object();
+        return made ? made : ObRef<ObObject>(ObNumber::make(integer()));
+    }
+    // Mostly a dictionary of some dictionary class; sometimes absent.
+    ObRef<ObDictionary> dictionary() { return dictionary(0); }
+    // A string of any kind: vocabulary, equal copy, caller's class or random.
+    ObRef<ObString> string() { return ob_cast<ObString>(leaf(Kind::Word, 0)); }
+    // Mostly an error of any domain, with any code and user info; sometimes absent.
+    ObRef<ObError> error() {
+        if (bytes_.ConsumeIntegralInRange(0, 7) == 0)
+            return nullptr;
+        return ob_cast<ObError>(leaf(Kind::Error, 0));
+    }
+    // Mostly small numbers, sometimes any.
+    ObInteger integer() {
+        if (bytes_.ConsumeBool())
+            return bytes_.ConsumeIntegralInRange<ObInteger>(-1012, 1012);
+        return bytes_.ConsumeIntegral<ObInteger>();
+    }
+    bool boolean() { return bytes_.ConsumeBool(); }
+    std::size_t count(std::size_t maximum) {
+        return bytes_.ConsumeIntegralInRange<std::size_t>(0, maximum);
+    }
+    bool exhausted() { return bytes_.remaining_bytes() == 0; }
+    FuzzedDataProvider& bytes() { return bytes_; }
+
+private:
+    enum class Kind : unsigned char {
+        Absent,
+        Word,
+        EqualCopy,
+        RandomString,
+        CallerString,
+        Number,
+        Boolean,
+        Data,
+        Error,
+        CallerObject,
+        Array,
+        Dictionary,
+        MutableDictionary,
+        CallerDictionary,
+        LargeArray,
+        LargeDictionary,
+        Last = LargeDictionary,
+    };
+    struct Decoded {
+        ObRef<ObObject> object;
+        std::size_t weight = 0;
+    };
+
+    Decoded decode(int depth) {
+        const auto kind =
+            static_cast<Kind>(bytes_.ConsumeIntegralInRange<int>(0, static_cast<int>(Kind::Last)));
+        if (kind >= Kind::Array && depth < maxDepth && weight_ < maxWeight)
+            return container(kind, depth + 1);
+        return {leaf(kind, depth + 1), 1};
+    }
+
+    ObRef<ObDictionary> dictionary(int depth) {
+        static constexpr Kind kinds[] = {Kind::Dictionary, Kind::MutableDictionary,
+                                         Kind::CallerDictionary, Kind::LargeDictionary};
+        const std::size_t choice = bytes_.ConsumeIntegralInRange<std::size_t>(0, 4);
+        if (choice == 4 || depth >= maxDepth)
+            return nullptr;
+        return ob_cast<ObDictionary>(container(kinds[choice], depth + 1).object);
+    }
+
+    ObRef<ObString> word() {
+        return vocabulary_[bytes_.ConsumeIntegralInRange<std::size_t>(0, vocabulary_.size() - 1)];
+    }
+
+    ObRef<ObObject> leaf(Kind kind, int depth) {
+        ++weight_;
+        switch (kind) {
+        case Kind::Absent:
+            return nullptr;
+        case Kind::Word:
+            return word();
+        case Kind::EqualCopy:
+            return ObString::make(word()->text());
+        case Kind::RandomString:
+            return ObString::make(bytes_.ConsumeRandomLengthString(64));
+        case Kind::CallerString: {
+            std::string text = bytes_.ConsumeBool() ? std::string(word()->text())
+                                                    : bytes_.ConsumeRandomLengthString(64);
+            callerStrings_.push_back(std::make_unique<fuzz::CallerString>(std::move(text)));
+            return ObRef<ObString>(callerStrings_.back().get());
+        }
+        case Kind::Number:
+            return ObNumber::make(integer());
+        case Kind::Boolean:
+            return ObNumber::makeBool(bytes_.ConsumeBool());
+        case Kind::Data: {
+            const std::string bytes = bytes_.ConsumeRandomLengthString(32);
+            return ObData::make(bytes.data(), bytes.size());
+        }
+        case Kind::Error: {
+            ObString* const domains[] = {KVErrorDomain, VRErrorDomain, nullptr};
+            ObRef<ObString> domain = domains[bytes_.ConsumeIntegralInRange(0, 2)];
+            if (bytes_.ConsumeBool())
+                domain = string();
+            const ObInteger code = integer();
+            return ObError::make(domain, code, dictionary(depth));
+        }
+        case Kind::CallerObject:
+            return ObMake<fuzz::CallerObject>();
+        default:
+            return word();
+        }
+    }
+
+    // Containers take their entries from the bytes, skipping the absent ones
+    // they would refuse; the large ones repeat one entry as often as the
+    // weight left allows.
+    Decoded container(Kind kind, int depth) {
+        ++weight_;
+        std::size_t weight = 1;
+        const auto child = [&] {
+            Decoded decoded = decode(depth);
+            weight += decoded.weight;
+            return std::move(decoded.object);
+        };
+        switch (kind) {
+        case Kind::Array:
+        case Kind::LargeArray: {
+            std::vector<ObRef<ObObject>> items;
+            if (kind == Kind::Array) {
+                for (std::size_t i = count(8); i > 0 && !exhausted(); --i)
+                    if (ObRef<ObObject> item = child())
+                        items.push_back(std::move(item));
+            } else if (const Decoded repeated = decode(depth); repeated.object) {
+                const std::size_t copies = repeatCount(repeated.weight);
+                items.assign(copies, repeated.object);
+                weight += copies * repeated.weight;
+            }
+            return {ObArray::make(std::move(items)), weight};
+        }
+        case Kind::LargeDictionary: {
+            ObRef<ObMutableDictionary> large = ObMutableDictionary::make();
+            if (const Decoded repeated = decode(depth); repeated.object) {
+                const std::size_t copies = repeatCount(repeated.weight + 1);
+                for (std::size_t i = 0; i < copies; ++i)
+                    large->setObject_forKey(repeated.object,
+                                            ObNumber::make(static_cast<ObInteger>(i)));
+                weight += copies * (repeated.weight + 1);
+            }
+            return {large, weight};
+        }
+        default: {
+            std::vector<ObDictionary::Entry> entries;
+            for (std::size_t i = count(8); i > 0 && !exhausted(); --i) {
+                ObRef<ObObject> key = child();
+                ObRef<ObObject> value = child();
+                if (key && value)
+                    entries.emplace_back(std::move(key), std::move(value));
+            }
+            return {dictionaryOfKind(kind, std::move(entries)), weight};
+        }
+        }
+    }
+
+    ObRef<ObDictionary> dictionaryOfKind(Kind kind, std::vector<ObDictionary::Entry> entries) {
+        if (kind == Kind::MutableDictionary) {
+            ObRef<ObMutableDictionary> made = ObMutableDictionary::make();
+            for (const auto& [key, value] : entries)
+                made->setObject_forKey(value, key);
+            return made;
+        }
+        if (kind == Kind::CallerDictionary) {
+            ObRef<fuzz::CallerDictionary> made = ObMake<fuzz::CallerDictionary>();
+            for (auto& [key, value] : entries)
+                made->add(std::move(key), std::move(value));
+            return made;
+        }
+        return ObDictionary::make(std::move(entries));
+    }
+
+    std::size_t repeatCount(std::size_t eachWeight) {
+        const std::size_t left = weight_ < maxWeight ? maxWeight - weight_ : 0;
+        const std::size_t copies = count(std::min<std::size_t>(4096, left / eachWeight));
+        weight_ += copies * eachWeight;
+        return copies;
+    }
+
+    FuzzedDataProvider bytes_;
+    const std::vector<ObRef<ObString>> vocabulary_;
+    std::vector<std::unique_ptr<fuzz::CallerString>> callerStrings_;
+    // The weight of everything decoded so far, shared leaves counted each time.
+    std::size_t weight_ = 0;
+};
+
+} // namespace tessiva::fuzz
