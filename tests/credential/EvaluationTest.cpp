@@ -101,11 +101,7 @@ TYPED_TEST(EvaluationTest, UntranslatableArgumentsRaiseBeforeAnythingIsSent) {
     const ObRef<ObString> badPolicy = ObString::make("Bogus");
     const ObRef<ObError> stale = serviceUnavailable();
     ObRef<ObError> error = stale;
-    const struct {
-        const char* label;
-        std::function<void()> call;
-        const char* message;
-    } cases[] = {
+    expectEachRaises({
         {"policy: hints and policy bad",
          [&] { r.evaluatePolicy_hints_reply(badPolicy, this->badHints, this->recordReply()); },
          "Unknown hint: 'Bogus'"},
@@ -121,16 +117,7 @@ TYPED_TEST(EvaluationTest, UntranslatableArgumentsRaiseBeforeAnythingIsSent) {
                                                  &error);
          },
          "Unknown hint: 'Bogus'"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.label);
-        try {
-            c.call();
-            ADD_FAILURE() << "no exception";
-        } catch (const KVException& exception) {
-            EXPECT_STREQ(exception.what(), c.message);
-        }
-    }
+    });
     EXPECT_EQ(error, stale);
     EXPECT_TRUE(this->replies.empty());
     EXPECT_TRUE(this->service->policyRequests().empty());

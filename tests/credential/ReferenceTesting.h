@@ -7,7 +7,9 @@
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/object/Ob.h"
 
+#include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,25 @@ inline ::testing::AssertionResult carriesScandraIdentity(const ObRef<ObDictionar
     if (!option || !option->isBoolean() || option->boolValue() != expected)
         return ::testing::AssertionFailure() << "options " << printed(options);
     return ::testing::AssertionSuccess();
+}
+
+// A call that must raise, on the calling thread, a KVException with this message.
+struct RaisingCall {
+    const char* label;
+    std::function<void()> call;
+    const char* message;
+};
+
+inline void expectEachRaises(std::initializer_list<RaisingCall> cases) {
+    for (const RaisingCall& c : cases) {
+        SCOPED_TRACE(c.label);
+        try {
+            c.call();
+            ADD_FAILURE() << "no exception";
+        } catch (const KVException& exception) {
+            EXPECT_STREQ(exception.what(), c.message);
+        }
+    }
 }
 
 template <class Reference> class ReferenceTest : public ::testing::Test {

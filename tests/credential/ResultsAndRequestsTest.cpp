@@ -166,11 +166,7 @@ TYPED_TEST(ResultsAndRequestsTest, UntranslatableNamesRaiseBeforeAnythingIsSent)
         };
     };
     const ObRef<ObObject> failure = ObString::make("failure");
-    const struct {
-        const char* label;
-        std::function<void()> call;
-        const char* message;
-    } cases[] = {
+    expectEachRaises({
         {"no parameters", stopEvents(nullptr), "Unknown event: '(null)'"},
         {"no event", stopEvents(ObDictionary::make({{VRClientRequestParamError, failure}})),
          "Unknown event: '(null)'"},
@@ -185,16 +181,7 @@ TYPED_TEST(ResultsAndRequestsTest, UntranslatableNamesRaiseBeforeAnythingIsSent)
         {"unknown tag, synchronous", [&] { r.resultForTag(ObString::make("Bogus")); },
          "Unknown result: 'Bogus'"},
         {"absent tag, synchronous", [&] { r.resultForTag(nullptr); }, "Unknown result: '(null)'"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.label);
-        try {
-            c.call();
-            ADD_FAILURE() << "no exception";
-        } catch (const KVException& exception) {
-            EXPECT_STREQ(exception.what(), c.message);
-        }
-    }
+    });
     EXPECT_TRUE(this->requestReplies.empty());
     EXPECT_TRUE(this->service->failEventRequests().empty());
     EXPECT_TRUE(this->traces->messages().empty());
