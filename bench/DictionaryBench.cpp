@@ -12,14 +12,14 @@
 namespace {
 using namespace tessiva::bench;
 
-constinit ObConstantString timeoutKey{"Timeout"};
-constinit ObConstantString nonInteractiveKey{"NonInteractive"};
-constinit ObConstantString fallbackKey{"Cancel2"};
-constinit ObConstantString maxFailuresKey{"MaxPasscodeFailures"};
-constinit ObConstantString callerPIDKey{"CallerPID"};
-constinit ObConstantString appActionKey{"AppAction"};
-constinit ObConstantString fallbackTitle{"Use Passcode"};
-constinit ObConstantString appAction{"Unlock"};
+OB_CONSTANT_STRING(timeoutKey, "Timeout");
+OB_CONSTANT_STRING(nonInteractiveKey, "NonInteractive");
+OB_CONSTANT_STRING(fallbackKey, "Cancel2");
+OB_CONSTANT_STRING(maxFailuresKey, "MaxPasscodeFailures");
+OB_CONSTANT_STRING(callerPIDKey, "CallerPID");
+OB_CONSTANT_STRING(appActionKey, "AppAction");
+OB_CONSTANT_STRING(fallbackTitle, "Use Passcode");
+OB_CONSTANT_STRING(appAction, "Unlock");
 
 // Readers check the kind, as the JSON library's typed reads do.
 ObInteger integerAt(const ObDictionary& dictionary, const ObObject* key) {

@@ -108,7 +108,7 @@ void ConstantRetainRelease(benchmark::State& state) {
 
 // This build's policy constants all hold "", which the table keeps as 1007;
 // a caller's own policy name is a text such as "DeviceOwnerAuthenticated".
-constinit ObConstantString deviceOwnerAuthenticated{"DeviceOwnerAuthenticated"};
+OB_CONSTANT_STRING(deviceOwnerAuthenticated, "DeviceOwnerAuthenticated");
 
 // One pair: the translation of a name, and the map lookup of its text.
 template <ObInteger (*translation)(const ObRef<ObString>&)>

@@ -19,7 +19,7 @@ constexpr OperationLogName evaluatePolicyLog{
 
 // Tells the service whether the biometric identity class is present.
 constexpr ObInteger scandraIdentityOption = 1009;
-constinit ObConstantString scandraIdentityClassName{"ScandraIdentity"};
+OB_CONSTANT_STRING(scandraIdentityClassName, "ScandraIdentity");
 
 // Looked up on the first policy evaluation in the process and never again,
 // so a class that appears later is not seen.

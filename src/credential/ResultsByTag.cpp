@@ -16,7 +16,7 @@ namespace {
 constexpr OperationLogName resultForTagLog{"-[VRCredentialReference resultForTag:reply:]"};
 
 constexpr ObInteger resultNotAvailableCode = -10;
-constinit ObConstantString resultNotAvailableMessage{"Result not available."};
+OB_CONSTANT_STRING(resultNotAvailableMessage, "Result not available.");
 
 // The synchronous form hands out no error, so the reason goes to the trace
 // log; the payload keeps tag and error for whenever the trace facility

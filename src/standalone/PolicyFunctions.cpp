@@ -15,7 +15,7 @@ using tessiva::detail::logCall;
 
 namespace {
 constexpr ObInteger simulatorErrorCode = -6;
-constinit ObConstantString simulatorMessage{"Simulator is not supported."};
+OB_CONSTANT_STRING(simulatorMessage, "Simulator is not supported.");
 
 // Marks the inner reply's log line as VRCanEvaluatePolicyWithReply's reply.
 constexpr const char* canEvaluatePolicyReplyName = "VRCanEvaluatePolicyWithReply (reply)";

@@ -6,7 +6,7 @@
 #include "tessiva/os/ObOnce.h"
 
 namespace {
-constinit ObConstantString emptyMessage{""};
+OB_CONSTANT_STRING(emptyMessage, "");
 
 // errorMap: service code -> VR code, rows in build order. The numbering
 // differs on purpose; keep every irregularity (-3 -> -1007, two codes onto -6).

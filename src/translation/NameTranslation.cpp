@@ -9,11 +9,10 @@ using tessiva::detail::NameTable;
 using tessiva::detail::translateOrRaise;
 
 namespace {
-constinit ObConstantString deviceOwnerAuthenticated{"DeviceOwnerAuthenticated"};
-constinit ObConstantString deviceOwnerAuthenticatedWithBiometrics{
-    "DeviceOwnerAuthenticatedWithBiometrics"};
-constinit ObConstantString deviceOwnerConsentRidgescanPreferred{
-    "DeviceOwnerConsentRidgescanPreferred"};
+OB_CONSTANT_STRING(deviceOwnerAuthenticated, "DeviceOwnerAuthenticated");
+OB_CONSTANT_STRING(deviceOwnerAuthenticatedWithBiometrics,
+                   "DeviceOwnerAuthenticatedWithBiometrics");
+OB_CONSTANT_STRING(deviceOwnerConsentRidgescanPreferred, "DeviceOwnerConsentRidgescanPreferred");
 
 std::vector<NameTable::Row> policyRows() {
     return {

@@ -3,52 +3,51 @@
 
 namespace {
 // One object per distinct text: alias pairs and the policies share theirs.
-constinit ObConstantString textEmpty{""};
-constinit ObConstantString textUsedRidgescan{"UsedRidgescan"};
-constinit ObConstantString textUsedPasscode{"UsedPasscode"};
-constinit ObConstantString textRidgescanIdentity{"RidgescanIdentity"};
-constinit ObConstantString textUsedYesNo{"UsedYesNo"};
-constinit ObConstantString textUsedPassphrase{"UsedPassphrase"};
-constinit ObConstantString textNonInteractive{"NonInteractive"};
-constinit ObConstantString textAppAction{"AppAction"};
-constinit ObConstantString textTimeout{"Timeout"};
-constinit ObConstantString textCallerPID{"CallerPID"};
-constinit ObConstantString textCancel2{"Cancel2"};
-constinit ObConstantString textMaxRidgescanFailures{"MaxRidgescanFailures"};
-constinit ObConstantString textMaxPasscodeFailures{"MaxPasscodeFailures"};
-constinit ObConstantString textLightPasscodeScreen{"LightPasscodeScreen"};
-constinit ObConstantString textPresentationStyle{"PresentationStyle"};
-constinit ObConstantString textTransitionStyle{"TransitionStyle"};
-constinit ObConstantString textEventProcessingGetRemoteViewController{
-    "EventProcessingGetRemoteViewController"};
-constinit ObConstantString textEventParamRemoteViewControllerBundleID{
-    "EventParamRemoteViewControllerBundleID"};
-constinit ObConstantString textEventParamRemoteViewControllerName{
-    "EventParamRemoteViewControllerName"};
-constinit ObConstantString textEventRidgescan{"EventRidgescan"};
-constinit ObConstantString textStatus{"Status"};
-constinit ObConstantString textIdentity{"Identity"};
-constinit ObConstantString textEventPasscode{"EventPasscode"};
-constinit ObConstantString textPasscode{"Passcode"};
-constinit ObConstantString textAvailable{"Available"};
-constinit ObConstantString textActive{"Active"};
-constinit ObConstantString textEventUserCancel2{"EventUserCancel2"};
-constinit ObConstantString textEventFilter{"EventFilter"};
-constinit ObConstantString textEventProcessing{"EventProcessing"};
-constinit ObConstantString textStopEvents{"StopEvents"};
-constinit ObConstantString textEvent{"Event"};
-constinit ObConstantString textError{"Error"};
-constinit ObConstantString textEnterPassword{"EnterPassword"};
-constinit ObConstantString textPassword{"Password"};
-constinit ObConstantString textRetryTime{"RetryTime"};
-constinit ObConstantString textErrorDomain{"org.tessiva.VRErrorDomain"};
-constinit ObConstantString textSimpleStatus{"SimpleStatus"};
-constinit ObConstantString textEventConsent{"EventConsent"};
-constinit ObConstantString textConsentResponse{"ConsentResponse"};
-constinit ObConstantString textEventPassphrase{"EventPassphrase"};
-constinit ObConstantString textPassphraseFirst{"PassphraseFirst"};
-constinit ObConstantString textPINTitle{"PINTitle"};
-constinit ObConstantString textPINLength{"PINLength"};
+OB_CONSTANT_STRING(textEmpty, "");
+OB_CONSTANT_STRING(textUsedRidgescan, "UsedRidgescan");
+OB_CONSTANT_STRING(textUsedPasscode, "UsedPasscode");
+OB_CONSTANT_STRING(textRidgescanIdentity, "RidgescanIdentity");
+OB_CONSTANT_STRING(textUsedYesNo, "UsedYesNo");
+OB_CONSTANT_STRING(textUsedPassphrase, "UsedPassphrase");
+OB_CONSTANT_STRING(textNonInteractive, "NonInteractive");
+OB_CONSTANT_STRING(textAppAction, "AppAction");
+OB_CONSTANT_STRING(textTimeout, "Timeout");
+OB_CONSTANT_STRING(textCallerPID, "CallerPID");
+OB_CONSTANT_STRING(textCancel2, "Cancel2");
+OB_CONSTANT_STRING(textMaxRidgescanFailures, "MaxRidgescanFailures");
+OB_CONSTANT_STRING(textMaxPasscodeFailures, "MaxPasscodeFailures");
+OB_CONSTANT_STRING(textLightPasscodeScreen, "LightPasscodeScreen");
+OB_CONSTANT_STRING(textPresentationStyle, "PresentationStyle");
+OB_CONSTANT_STRING(textTransitionStyle, "TransitionStyle");
+OB_CONSTANT_STRING(textEventProcessingGetRemoteViewController,
+                   "EventProcessingGetRemoteViewController");
+OB_CONSTANT_STRING(textEventParamRemoteViewControllerBundleID,
+                   "EventParamRemoteViewControllerBundleID");
+OB_CONSTANT_STRING(textEventParamRemoteViewControllerName, "EventParamRemoteViewControllerName");
+OB_CONSTANT_STRING(textEventRidgescan, "EventRidgescan");
+OB_CONSTANT_STRING(textStatus, "Status");
+OB_CONSTANT_STRING(textIdentity, "Identity");
+OB_CONSTANT_STRING(textEventPasscode, "EventPasscode");
+OB_CONSTANT_STRING(textPasscode, "Passcode");
+OB_CONSTANT_STRING(textAvailable, "Available");
+OB_CONSTANT_STRING(textActive, "Active");
+OB_CONSTANT_STRING(textEventUserCancel2, "EventUserCancel2");
+OB_CONSTANT_STRING(textEventFilter, "EventFilter");
+OB_CONSTANT_STRING(textEventProcessing, "EventProcessing");
+OB_CONSTANT_STRING(textStopEvents, "StopEvents");
+OB_CONSTANT_STRING(textEvent, "Event");
+OB_CONSTANT_STRING(textError, "Error");
+OB_CONSTANT_STRING(textEnterPassword, "EnterPassword");
+OB_CONSTANT_STRING(textPassword, "Password");
+OB_CONSTANT_STRING(textRetryTime, "RetryTime");
+OB_CONSTANT_STRING(textErrorDomain, "org.tessiva.VRErrorDomain");
+OB_CONSTANT_STRING(textSimpleStatus, "SimpleStatus");
+OB_CONSTANT_STRING(textEventConsent, "EventConsent");
+OB_CONSTANT_STRING(textConsentResponse, "ConsentResponse");
+OB_CONSTANT_STRING(textEventPassphrase, "EventPassphrase");
+OB_CONSTANT_STRING(textPassphraseFirst, "PassphraseFirst");
+OB_CONSTANT_STRING(textPINTitle, "PINTitle");
+OB_CONSTANT_STRING(textPINLength, "PINLength");
 } // namespace
 
 constinit ObString* VRPolicyDeviceOwnerAuthenticated = &textEmpty;

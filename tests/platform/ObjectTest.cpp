@@ -10,7 +10,7 @@ namespace {
 using namespace tessiva::test;
 
 // Fails to compile unless a constant string is constant-initialised.
-constinit ObConstantString greeting{"hello"};
+OB_CONSTANT_STRING(greeting, "hello");
 
 template <class T>
 concept NumberFrom = requires(T value) {
@@ -124,6 +124,19 @@ TEST(ObjectLifetime, LastReleaseDestroysExactlyOnce) {
     }
     EXPECT_EQ(counters.constructed, 2);
     EXPECT_EQ(counters.destroyed, 2);
+}
+
+// Constants live in ObImmortal storage so that threads outliving main() never
+// meet a destroyed one; leaving the storage's scope must not end the object.
+constinit int probeDestructions = 0;
+struct DestructionProbe {
+    constexpr DestructionProbe() noexcept = default;
+    ~DestructionProbe() { ++probeDestructions; }
+};
+
+TEST(ObjectLifetime, ImmortalStorageNeverDestroysItsObject) {
+    { [[maybe_unused]] ObImmortal<DestructionProbe> storage{}; }
+    EXPECT_EQ(probeDestructions, 0);
 }
 
 } // namespace

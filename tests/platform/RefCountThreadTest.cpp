@@ -10,6 +10,7 @@ using namespace tessiva::test;
 
 constexpr int threadCount = 8;
 constexpr int rounds = 20000;
+OB_CONSTANT_STRING(local, "local");
 
 TEST(RefCountThreads, ConcurrentCopiesEndInOneDestruction) {
     LifetimeCounters counters;
@@ -31,7 +32,6 @@ TEST(RefCountThreads, ConcurrentCopiesEndInOneDestruction) {
 
 // Constants ignore the count, so releases beyond the retains never free them.
 TEST(RefCountThreads, ConstantsSurviveAnyRetainsAndReleases) {
-    static constinit ObConstantString local{"local"};
     ObObject* const constants[] = {&local, ObNumber::makeBool(true).get(),
                                    ObNumber::makeBool(false).get(), ObLocalizedDescriptionKey,
                                    KVErrorDomain};

@@ -16,8 +16,8 @@
 namespace tessiva::tool {
 namespace {
 
-constinit ObConstantString wrongPasscode{"0000"};
-constinit ObConstantString unknownRequest{"Cancel"};
+OB_CONSTANT_STRING(wrongPasscode, "0000");
+OB_CONSTANT_STRING(unknownRequest, "Cancel");
 
 void step(std::string_view title) {
     say("");

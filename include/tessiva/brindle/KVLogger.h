@@ -1,6 +1,7 @@
 // KVLogger: the process-wide switch that decides whether Tessiva logs.
 #pragma once
 
+#include "tessiva/object/ObImmortal.h"
 #include "tessiva/object/ObRef.h"
 
 #include <atomic>
@@ -21,7 +22,7 @@ public:
     const char* className() const noexcept override;
 
 private:
-    friend class KVLoggerInstance;
+    friend class ObImmortal<KVLogger>;
     constexpr explicit KVLogger(ImmortalTag) noexcept : ObObject(immortal) {}
 
     std::atomic<bool> enabled_{false};

@@ -1,6 +1,7 @@
 // ObNumber: a boxed signed integer or boolean.
 #pragma once
 
+#include "tessiva/object/ObImmortal.h"
 #include "tessiva/object/ObRef.h"
 
 #include <concepts>
@@ -33,7 +34,7 @@ protected:
     bool equals(const ObObject& other) const noexcept override;
 
 private:
-    friend class ObNumberConstants;
+    friend class ObImmortal<ObNumber>;
     constexpr ObNumber(ImmortalTag, bool value) noexcept
         : ObObject(immortal), value_(value ? 1 : 0), isBoolean_(true) {}
     explicit ObNumber(ObInteger value) noexcept : value_(value) {}

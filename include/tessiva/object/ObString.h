@@ -1,6 +1,7 @@
 // ObString: immutable UTF-8 text, and constant strings made at compile time.
 #pragma once
 
+#include "tessiva/object/ObImmortal.h"
 #include "tessiva/object/ObRef.h"
 
 #include <string_view>
@@ -53,15 +54,21 @@ private:
     ObUInteger hash_;
 };
 
-// A constant string: immortal and constant-initialised, so it can be used from
-// any static initialiser in any translation unit. Define one with
-// `constinit ObConstantString name{"text"};`. The literal must outlive it.
+// A constant string: immortal, constant-initialised and never destroyed, so it
+// can be used from any static initialiser in any translation unit and from
+// threads that outlive main(). Define one at namespace scope with
+// `OB_CONSTANT_STRING(name, "text");`, which makes `name` an
+// ObConstantString&. The literal must outlive it.
 class ObConstantString final : public ObString {
 public:
     template <std::size_t N>
     consteval explicit ObConstantString(const char (&literal)[N]) noexcept
         : ObString(immortal, std::string_view(literal, N - 1)) {}
 };
+
+#define OB_CONSTANT_STRING(name, literal)                                                          \
+    constinit ObImmortal<ObConstantString> name##Storage{literal};                                 \
+    constinit ObConstantString& name = name##Storage.get()
 
 // Strings are mostly constants: ob_cast<ObString> recognises both by type_info.
 template <> struct ObKindShortcut<ObString> {

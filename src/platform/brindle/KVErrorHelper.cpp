@@ -2,8 +2,8 @@
 #include "tessiva/brindle/KVErrorHelper.h"
 
 namespace {
-constinit ObConstantString errorDomain{"org.kavelin.KVErrorDomain"};
-constinit ObConstantString exceptionName{"KVException"};
+OB_CONSTANT_STRING(errorDomain, "org.kavelin.KVErrorDomain");
+OB_CONSTANT_STRING(exceptionName, "KVException");
 } // namespace
 
 ObString* const KVErrorDomain = &errorDomain;

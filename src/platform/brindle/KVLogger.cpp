@@ -12,23 +12,20 @@ bool environmentEnablesLogging() {
     const std::string_view text(value);
     return text == "1" || text == "true" || text == "yes" || text == "on";
 }
+
+// Immortal and set up once; later reads of the switch are relaxed loads.
+KVLogger& sharedLogger() {
+    static KVLogger* logger = [] {
+        static constinit ObImmortal<KVLogger> instance{ObObject::immortal};
+        instance.get().setLoggingEnabled(environmentEnablesLogging());
+        return &instance.get();
+    }();
+    return *logger;
+}
 } // namespace
 
-class KVLoggerInstance {
-public:
-    static KVLogger& get() {
-        // Immortal and set up once; later reads of the switch are relaxed loads.
-        static KVLogger* logger = [] {
-            static constinit KVLogger instance{ObObject::immortal};
-            instance.setLoggingEnabled(environmentEnablesLogging());
-            return &instance;
-        }();
-        return *logger;
-    }
-};
-
 ObRef<KVLogger> KVLogger::sharedInstance() {
-    return ObRef<KVLogger>(&KVLoggerInstance::get());
+    return ObRef<KVLogger>(&sharedLogger());
 }
 
 const char* KVLogger::className() const noexcept {

@@ -13,7 +13,7 @@ tessiva::detail::Seam<KVClientBackend>& backendSeam() {
     return *seam;
 }
 
-constinit ObConstantString noServiceMessage{"No authentication service is available."};
+OB_CONSTANT_STRING(noServiceMessage, "No authentication service is available.");
 } // namespace
 
 void KVClient::clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,

@@ -4,7 +4,7 @@
 #include "tessiva/object/ObFormat.h"
 
 namespace {
-constinit ObConstantString localizedDescriptionKey{"ObLocalizedDescription"};
+OB_CONSTANT_STRING(localizedDescriptionKey, "ObLocalizedDescription");
 }
 
 ObString* const ObLocalizedDescriptionKey = &localizedDescriptionKey;

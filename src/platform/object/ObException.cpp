@@ -2,7 +2,7 @@
 #include "tessiva/object/ObException.h"
 
 namespace {
-constinit ObConstantString invalidArgumentName{"ObInvalidArgumentException"};
+OB_CONSTANT_STRING(invalidArgumentName, "ObInvalidArgumentException");
 }
 
 ObException::ObException(ObRef<ObString> name, ObRef<ObString> reason) noexcept

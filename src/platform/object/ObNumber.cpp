@@ -6,20 +6,17 @@
 
 #include <string>
 
-class ObNumberConstants {
-public:
-    static constinit ObNumber yes;
-    static constinit ObNumber no;
-};
-constinit ObNumber ObNumberConstants::yes{ObObject::immortal, true};
-constinit ObNumber ObNumberConstants::no{ObObject::immortal, false};
+namespace {
+constinit ObImmortal<ObNumber> yes{ObObject::immortal, true};
+constinit ObImmortal<ObNumber> no{ObObject::immortal, false};
+} // namespace
 
 ObRef<ObNumber> ObNumber::make(ObInteger value) {
     return ObRef<ObNumber>::adopt(new ObNumber(value));
 }
 
 ObRef<ObNumber> ObNumber::makeBool(bool value) noexcept {
-    return ObRef<ObNumber>(value ? &ObNumberConstants::yes : &ObNumberConstants::no);
+    return ObRef<ObNumber>(value ? &yes.get() : &no.get());
 }
 
 ObRef<ObString> ObNumber::description() const {

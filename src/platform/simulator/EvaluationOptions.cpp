@@ -18,14 +18,12 @@ constexpr ObInteger eventProcessingOption = 1007;
 // Longer waits are as good as none, and keep the deadline from overflowing.
 constexpr std::chrono::seconds longestTimeout = std::chrono::hours(24 * 366);
 
-constinit ObConstantString passcodeEventName{"EventPasscode"};
-constinit ObConstantString nonInteractiveMessage{"Option 1000 (non-interactive) must be a number."};
-constinit ObConstantString timeoutMessage{
-    "Option 1001 (time-out) must be a positive number of seconds."};
-constinit ObConstantString maxFailuresMessage{
-    "Option 1004 (maximum passcode failures) must be a positive number."};
-constinit ObConstantString eventProcessingMessage{
-    "Option 1007 (event processing) must be a dictionary."};
+OB_CONSTANT_STRING(passcodeEventName, "EventPasscode");
+OB_CONSTANT_STRING(nonInteractiveMessage, "Option 1000 (non-interactive) must be a number.");
+OB_CONSTANT_STRING(timeoutMessage, "Option 1001 (time-out) must be a positive number of seconds.");
+OB_CONSTANT_STRING(maxFailuresMessage,
+                   "Option 1004 (maximum passcode failures) must be a positive number.");
+OB_CONSTANT_STRING(eventProcessingMessage, "Option 1007 (event processing) must be a dictionary.");
 
 ObRef<ObObject> option(const ObRef<ObDictionary>& options, ObInteger key) {
     return options ? options->objectForKey(ObNumber::make(key)) : nullptr;

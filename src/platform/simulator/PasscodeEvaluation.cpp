@@ -13,10 +13,10 @@
 
 namespace tessiva::detail {
 namespace {
-constinit ObConstantString remoteViewBundle{"org.tessiva.simulator"};
-constinit ObConstantString remoteViewName{"SimulatedPasscodeView"};
-constinit ObConstantString timedOutMessage{"The user did not authenticate in time."};
-constinit ObConstantString declinedMessage{"The user declined to enter the passcode."};
+OB_CONSTANT_STRING(remoteViewBundle, "org.tessiva.simulator");
+OB_CONSTANT_STRING(remoteViewName, "SimulatedPasscodeView");
+OB_CONSTANT_STRING(timedOutMessage, "The user did not authenticate in time.");
+OB_CONSTANT_STRING(declinedMessage, "The user declined to enter the passcode.");
 
 ObRef<ObNumber> number(ObInteger value) {
     return ObNumber::make(value);

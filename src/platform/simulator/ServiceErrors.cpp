@@ -6,7 +6,7 @@
 
 namespace tessiva::detail {
 namespace {
-constinit ObConstantString invalidatedMessage{"The context was invalidated."};
+OB_CONSTANT_STRING(invalidatedMessage, "The context was invalidated.");
 } // namespace
 
 ObRef<ObError> serviceError(ObInteger code, const ObRef<ObString>& message) {

@@ -15,14 +15,13 @@ constexpr ObInteger ridgeScanPolicy = 1;
 constexpr ObInteger firstPasscodePolicy = 1000;
 constexpr ObInteger lastPasscodePolicy = 1007;
 
-constinit ObConstantString noSensorMessage{"This device has no ridge-scan sensor."};
-constinit ObConstantString notInteractiveMessage{
-    "The evaluation needs the user, and user interaction is not allowed."};
-constinit ObConstantString deniedMessage{"The ACL does not allow the operation."};
-constinit ObConstantString noPasscodeWantedMessage{"No evaluation is waiting for a passcode."};
-constinit ObConstantString stoppedMessage{"The application stopped the evaluation."};
-constinit ObConstantString invalidatedCancelMessage{
-    "The context was invalidated during the evaluation."};
+OB_CONSTANT_STRING(noSensorMessage, "This device has no ridge-scan sensor.");
+OB_CONSTANT_STRING(notInteractiveMessage,
+                   "The evaluation needs the user, and user interaction is not allowed.");
+OB_CONSTANT_STRING(deniedMessage, "The ACL does not allow the operation.");
+OB_CONSTANT_STRING(noPasscodeWantedMessage, "No evaluation is waiting for a passcode.");
+OB_CONSTANT_STRING(stoppedMessage, "The application stopped the evaluation.");
+OB_CONSTANT_STRING(invalidatedCancelMessage, "The context was invalidated during the evaluation.");
 
 ObRef<ObError> policyError(ObInteger policy) {
     if (policy == ridgeScanPolicy)

@@ -7,7 +7,7 @@
 
 namespace tessiva::detail {
 namespace {
-constinit ObConstantString busyMessage{"The context is already running an evaluation."};
+OB_CONSTANT_STRING(busyMessage, "The context is already running an evaluation.");
 } // namespace
 
 SimulatedContext::SimulatedContext(ObRef<ObData> handle, ObRef<ObString> creator) noexcept

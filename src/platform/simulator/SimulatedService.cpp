@@ -13,8 +13,8 @@
 
 namespace tessiva::detail {
 namespace {
-constinit ObConstantString defaultPasscodeText{KVSimulatedService::defaultPasscode};
-constinit ObConstantString unknownHandleMessage{"No context matches the handle."};
+OB_CONSTANT_STRING(defaultPasscodeText, KVSimulatedService::defaultPasscode);
+OB_CONSTANT_STRING(unknownHandleMessage, "No context matches the handle.");
 
 ObRef<ObString> passcodeFromEnvironment() {
     const char* value = std::getenv("TESSIVA_PASSCODE");
