@@ -1,10 +1,10 @@
-// Object identity, value equality, kind-of tests, lifetimes and the
-// compile-time promises of the object API.
+// The object library: equality, kind-of tests, containers, text forms and
+// the storage of constants.
 #include "platform/PlatformTestSupport.h"
-#include "tessiva/object/Ob.h"
 
+#include <climits>
 #include <gtest/gtest.h>
-#include <type_traits>
+#include <string>
 
 namespace {
 using namespace tessiva::test;
@@ -12,118 +12,85 @@ using namespace tessiva::test;
 // Fails to compile unless a constant string is constant-initialised.
 OB_CONSTANT_STRING(greeting, "hello");
 
-template <class T>
-concept NumberFrom = requires(T value) {
-    ObNumber::make(value);
-};
-template <class T>
-concept BoolFrom = requires(T value) {
-    ObNumber::makeBool(value);
-};
-
-static_assert(NumberFrom<ObInteger> && NumberFrom<int>);
-static_assert(!NumberFrom<bool> && !NumberFrom<char> && !NumberFrom<const char*>);
-static_assert(BoolFrom<bool> && !BoolFrom<int>);
-static_assert(!std::is_convertible_v<ObRef<ObString>, ObString*> &&
-              !std::is_convertible_v<ObRef<ObString>, ObObject*> &&
-              !std::is_convertible_v<ObRef<ObString>, bool>);
-static_assert(std::is_convertible_v<ObString*, ObRef<ObObject>>);
-
-ObRef<ObData> bytes(std::initializer_list<unsigned char> list) {
-    return ObData::make(list.begin(), list.size());
-}
-
-TEST(ObjectEquality, DistinctObjectsCompareByContents) {
-    const ObRef<ObString> k = ObString::make("k");
+// Distinct objects compare by contents, and equal ones hash alike. Exact
+// classes are recognised by type first; a caller's subclass still passes
+// kind-of tests through its ancestry, compares and hashes by its text, and
+// keeps its own text form inside containers.
+TEST(Objects, CompareByContentsAndPassKindOfTestsThroughTheirAncestry) {
+    CallerString caller("quiet");
+    const ObRef<ObObject> one = num(1), yes = ObNumber::makeBool(true);
     const struct {
-        const char* name;
         ObRef<ObObject> a, b;
         bool equal;
     } cases[] = {
-        {"made and constant string", ObString::make("hello"), &greeting, true},
-        {"two made strings", k, ObString::make("k"), true},
-        {"different strings", k, ObString::make("K"), false},
-        {"two numbers", ObNumber::make(-7), ObNumber::make(-7), true},
-        {"different numbers", ObNumber::make(1), ObNumber::make(2), false},
-        {"one and true", ObNumber::make(1), ObNumber::makeBool(true), true},
-        {"zero and false", ObNumber::make(0), ObNumber::makeBool(false), true},
-        {"two data", bytes({1, 2}), bytes({1, 2}), true},
-        {"arrays", ObArray::make({k}), ObArray::make({ObString::make("k")}), true},
-        {"dictionaries", ObDictionary::make({{k, ObNumber::make(1)}}),
-         ObDictionary::make({{ObString::make("k"), ObNumber::makeBool(true)}}), true},
-        {"string and number", ObString::make("1"), ObNumber::make(1), false},
-        {"string and data", ObString::make("A"), bytes({0x41}), false},
-        {"empty array and dictionary", ObArray::make({}), ObDictionary::make(), false},
+        {str("hello"), &greeting, true},
+        {&caller, str("quiet"), true},
+        {one, yes, true},
+        {one, num(2), false},
+        {ObData::make("A", 1), ObData::make("A", 1), true},
+        {dict({{str("k"), array({one})}}), dict({{str("k"), array({yes})}}), true},
+        {str("1"), one, false},
+        {str("A"), ObData::make("A", 1), false},
+        {array({}), dict({}), false},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.a->isEqual(c.b), c.equal);
+        EXPECT_EQ(c.a->isEqual(c.b), c.equal) << ObFormat("%@ and %@", c.a, c.b)->text();
         EXPECT_EQ(c.b->isEqual(c.a), c.equal);
         EXPECT_TRUE(!c.equal || c.a->hash() == c.b->hash());
         EXPECT_FALSE(c.a->isEqual(nullptr));
     }
-}
-
-TEST(ObjectEquality, OneAndTrueAreOneDictionaryKey) {
-    auto dictionary = ObMutableDictionary::make();
-    dictionary->setObject_forKey(ObString::make("integer"), ObNumber::make(1));
-    dictionary->setObject_forKey(ObString::make("boolean"), ObNumber::makeBool(true));
-    EXPECT_EQ(dictionary->description()->text(), "{1 = boolean}");
-}
-
-TEST(ObjectKindOf, CastsFollowTheClassHierarchy) {
     const ObRef<ObObject> mutableDictionary = ObMutableDictionary::make();
-    const ObRef<ObObject> constant(&greeting);
     EXPECT_EQ(ob_cast<ObDictionary>(mutableDictionary), mutableDictionary);
-    EXPECT_EQ(ob_cast<ObMutableDictionary>(mutableDictionary), mutableDictionary);
-    EXPECT_EQ(ob_cast<ObString>(constant), constant);
-    EXPECT_EQ(ob_cast<ObConstantString>(constant), constant);
-
-    EXPECT_EQ(ob_cast<ObMutableDictionary>(ObRef<ObObject>(ObDictionary::make())), nullptr);
-    EXPECT_EQ(ob_cast<ObString>(mutableDictionary), nullptr);
-    EXPECT_EQ(ob_cast<ObNumber>(ObRef<ObObject>(ObString::make("1"))), nullptr);
-    EXPECT_EQ(ob_cast<ObString>(ObRef<ObObject>()), nullptr);
-    EXPECT_EQ(ob_cast<ObObject>(ObRef<ObString>()), nullptr);
+    EXPECT_EQ(ob_cast<ObMutableDictionary>(ObRef<ObObject>(dict({}))), nullptr);
+    EXPECT_EQ(ob_cast_raw<ObString>(ObRef<ObObject>(&caller)), &caller);
+    const auto nested = array({&caller, dict({{&caller, num(LONG_MIN)}, {str("k"), &caller}})});
+    EXPECT_EQ(ObFormat("<%@>", nested)->text(),
+              "<(quiet#1, {quiet#2 = " + std::to_string(LONG_MIN) + "; k = quiet#3})>");
 }
 
-// Exact classes are recognised by type first; a subclass still passes every
-// kind-of test through its ancestry and compares by its text both ways.
-TEST(ObjectKindOf, SubclassesOfTheLibrarysClassesStillPass) {
-    ShoutingString shouting("quiet");
-    const ObRef<ObObject> subclassed(&shouting);
-    EXPECT_EQ(ob_cast<ObString>(subclassed).get(), &shouting);
-    EXPECT_EQ(ob_cast_raw<ObString>(subclassed), &shouting);
-    EXPECT_EQ(ob_cast<ObNumber>(subclassed), nullptr);
-    EXPECT_TRUE(subclassed->isEqual(str("quiet")));
-    EXPECT_TRUE(str("quiet")->isEqual(subclassed));
-    EXPECT_FALSE(str("Quiet")->isEqual(subclassed));
-    EXPECT_EQ(ObDictionary::make({{subclassed, str("v")}})
-                  ->objectForKey(str("quiet"))
-                  ->description()
-                  ->text(),
-              "v");
+TEST(Dictionary, KeepsInsertionOrderThroughReplaceAndRemoveAndCopies) {
+    auto dictionary = ObMutableDictionary::make();
+    for (const char* key : {"zeta", "alpha", "mid", "beta"})
+        dictionary->setObject_forKey(str(key), str(key));
+    dictionary->setObject_forKey(ObNumber::make(2), str("alpha"));
+    dictionary->removeObjectForKey(str("mid"));
+    dictionary->setObject_forKey(str("again"), str("mid"));
+    // 1 and true are one key.
+    dictionary->setObject_forKey(str("integer"), ObNumber::make(1));
+    dictionary->setObject_forKey(str("boolean"), ObNumber::makeBool(true));
+    const ObRef<ObDictionary> copy = dictionary->copy();
+    dictionary->removeObjectForKey(str("zeta"));
+    EXPECT_EQ(ob_cast<ObMutableDictionary>(copy), nullptr);
+    EXPECT_EQ(copy->description()->text(),
+              "{zeta = zeta; alpha = 2; beta = beta; mid = again; 1 = boolean}");
+    EXPECT_EQ(dictionary->objectForKey(str("zeta")), nullptr);
+    EXPECT_EQ(dictionary->objectForKey(nullptr), nullptr);
 }
 
-TEST(ObjectLifetime, LastReleaseDestroysExactlyOnce) {
-    LifetimeCounters counters;
-    {
-        ObRef<CountedObject> first = ObMake<CountedObject>(counters, 1);
-        const ObRef<CountedObject>& self = first;
-        first = self; // while it holds the only share
-        ObRef<CountedObject> copy = first;
-        ObRef<CountedObject> moved = std::move(copy);
-        EXPECT_EQ(copy, nullptr);
-        first = moved;
-        ObRef<ObObject> cast = ob_cast<ObObject>(moved); // shares ownership
-        moved = nullptr;
-        first = ObRef<CountedObject>();
-        EXPECT_EQ(counters.destroyed, 0);
-        EXPECT_EQ(ob_cast<CountedObject>(cast)->value(), 1);
-        cast = ObMake<CountedObject>(counters, 2); // drops the last share of the first
-        EXPECT_EQ(counters.destroyed, 1);
-    }
-    EXPECT_EQ(counters.constructed, 2);
-    EXPECT_EQ(counters.destroyed, 2);
+TEST(TextForm, EveryKindAndConversionPrintsExactly) {
+    const unsigned char data[] = {0x01, 0xff};
+    const auto info = dict({{ObLocalizedDescriptionKey, str("It broke.")}});
+    const std::pair<ObRef<ObString>, std::string> cases[] = {
+        {ObFormat("%@|%@|%@|%@|%@", ObNumber::makeBool(true), ObData::make(data, sizeof data),
+                  ObMutableDictionary::make(), ObRegisterClass("TessivaFormatProbe"),
+                  array({dict({{str("n"), array({str("a b")})}}), array({})})),
+         "1|<01ff>|{}|<class TessivaFormatProbe>|({n = (a b)}, ())"},
+        {ObFormat("%@ / %@", ObError::make(str("D"), 7, info),
+                  ObError::make(str("D"), -3, dict({{str("other"), str("x")}}))),
+         "Error Domain=D Code=7 \"It broke.\" / "
+         "Error Domain=D Code=-3 \"The operation could not be completed. (D error -3.)\""},
+        // Absent texts print "(null)"; malformed formats have defined results.
+        {ObFormat("%s %s %d|%ld|%d %@", static_cast<const char*>(nullptr), std::string_view("v"),
+                  "text", str("obj"), 2),
+         "(null) v (invalid)|(invalid)|2 (invalid)"},
+        {ObFormat("%x %q %l %5d and %d%%, ends with %", 1, 2), "%x %q %l %5d and 1%, ends with %"},
+        // Integers print as printf would; %d keeps the low 32 bits of a wider value.
+        {ObFormat("%d %d %d", INT32_MIN, (1LL << 32) + 5, 0xFFFFFFFFu), "-2147483648 5 -1"},
+        {ObFormat("%ld %ld %@ %@", LONG_MIN, ULONG_MAX, UINT64_MAX, LLONG_MIN),
+         std::to_string(LONG_MIN) + " -1 18446744073709551615 -9223372036854775808"},
+    };
+    for (const auto& [result, expected] : cases)
+        EXPECT_EQ(result->text(), expected);
 }
 
 // Constants live in ObImmortal storage so that threads outliving main() never

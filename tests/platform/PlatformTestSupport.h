@@ -1,43 +1,34 @@
-// Helpers for the platform suites: short strings, an object that counts its
-// lifetime, and threads released together.
+// Short ways to make objects, and a caller's own string class, for the
+// platform suites and the suites built on them.
 #pragma once
 
-#include "support/RunTogether.h"
-#include "tessiva/object/ObString.h"
-
-#include <atomic>
+#include "tessiva/object/Ob.h"
 
 namespace tessiva::test {
 
 inline ObRef<ObString> str(std::string_view text) {
     return ObString::make(text);
 }
+inline ObRef<ObNumber> num(ObInteger value) {
+    return ObNumber::make(value);
+}
+inline ObRef<ObArray> array(std::initializer_list<ObRef<ObObject>> items) {
+    return ObArray::make(items);
+}
+inline ObRef<ObDictionary> dict(std::initializer_list<ObDictionary::Entry> entries) {
+    return ObDictionary::make(entries);
+}
 
-// A caller's subclass of the library's string, with a text form of its own:
-// what the library's shortcuts for its own classes must not take it for.
-class ShoutingString final : public ObString {
+// A caller's subclass of the library's string, which the library's shortcuts
+// for its own exact classes must not take for one of theirs. Each printing of
+// it is numbered, so a text shows which formatting produced it.
+class CallerString final : public ObString {
 public:
-    explicit ShoutingString(std::string_view text) noexcept : ObString(immortal, text) {}
-    ObRef<ObString> description() const override { return ObString::make("LOUD"); }
-};
-
-struct LifetimeCounters {
-    std::atomic<int> constructed{0};
-    std::atomic<int> destroyed{0};
-};
-
-// Pins lifetimes by what happened rather than by peeking at counts.
-class CountedObject : public ObObject {
-public:
-    CountedObject(LifetimeCounters& counters, int value) : counters_(counters), value_(value) {
-        ++counters_.constructed;
-    }
-    ~CountedObject() override { ++counters_.destroyed; }
-    int value() const noexcept { return value_; }
+    explicit CallerString(std::string_view text) noexcept : ObString(immortal, text) {}
+    ObRef<ObString> description() const override { return ObFormat("%s#%d", text(), ++printed_); }
 
 private:
-    LifetimeCounters& counters_;
-    int value_;
+    mutable int printed_ = 0;
 };
 
 } // namespace tessiva::test
