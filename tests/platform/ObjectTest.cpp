@@ -67,6 +67,22 @@ TEST(Dictionary, KeepsInsertionOrderThroughReplaceAndRemoveAndCopies) {
     EXPECT_EQ(dictionary->objectForKey(nullptr), nullptr);
 }
 
+// Enough keys to grow the index several times, then removals in the middle
+// of probe runs: every remaining key must still be found.
+TEST(Dictionary, FindsEveryKeyAfterGrowingAndRemoving) {
+    constexpr ObInteger count = 1000;
+    auto dictionary = ObMutableDictionary::make();
+    for (ObInteger i = 0; i < count; ++i)
+        dictionary->setObject_forKey(ObNumber::make(i), ObNumber::make(i * 65536));
+    for (ObInteger i = 0; i < count; i += 2)
+        dictionary->removeObjectForKey(ObNumber::make(i * 65536));
+    ASSERT_EQ(dictionary->count(), ObUInteger{count / 2});
+    for (ObInteger i = 0; i < count; ++i) {
+        auto value = ob_cast<ObNumber>(dictionary->objectForKey(ObNumber::make(i * 65536)));
+        ASSERT_EQ(value ? value->integerValue() : -1, i % 2 == 0 ? -1 : i) << i;
+    }
+}
+
 TEST(TextForm, EveryKindAndConversionPrintsExactly) {
     const unsigned char data[] = {0x01, 0xff};
     const auto info = dict({{ObLocalizedDescriptionKey, str("It broke.")}});

@@ -21,8 +21,8 @@ struct NameTableCase {
     std::vector<NameRow> rows;
 };
 
-// The rows that follow no pattern: numbers outside the run of 1000s,
-// aliases, and the policies. The policy
+// Every key each table knows; the alias pairs are one object each (checked
+// with the vocabulary), so one name of a pair stands for both. The policy
 // constants are all "", which keeps the last value inserted, 1007; the other
 // policies are known only by their names' texts.
 inline std::vector<NameTableCase> expectedNameTables() {
@@ -31,20 +31,41 @@ inline std::vector<NameTableCase> expectedNameTables() {
          &KVLegacyHelper::policyFromVRPolicy_error,
          &KVLegacyHelper::policyFromVRPolicy,
          {{VRPolicyTirsa, 1007},
+          {ObString::make("DeviceOwnerAuthenticated"), 1000},
           {ObString::make("DeviceOwnerAuthenticatedWithBiometrics"), 1},
           {ObString::make("DeviceOwnerConsentRidgescanPreferred"), 1002}}},
         {"hint",
          &KVLegacyHelper::optionFromVRHint_error,
          nullptr,
-         {{VRHintUserFallback, 1}, {VRHintAppAction, 2}, {VRHintPINLength, 1014}}},
+         {{VRHintUserFallback, 1},
+          {VRHintAppAction, 2},
+          {VRHintNotInteractive, 1000},
+          {VRHintTimeout, 1001},
+          {VRHintCallerPID, 1002},
+          {VRHintMaxRidgescanFailures, 1003},
+          {VRHintMaxPasscodeFailures, 1004},
+          {VRHintPresentationStyle, 1005},
+          {VRHintTransitionStyle, 1006},
+          {VRHintEventProcessing, 1007},
+          {VRHintLightPasscodeScreen, 1008},
+          {VRHintPassphraseFirst, 1012},
+          {VRHintPINTitle, 1013},
+          {VRHintPINLength, 1014}}},
         {"event",
          &KVLegacyHelper::eventFromVREvent_error,
          &KVLegacyHelper::eventFromVREvent,
-         {{VREventRidgescan, 1}, {VREventPassphrase, 4}}},
+         {{VREventRidgescan, 1},
+          {VREventPasscode, 2},
+          {VREventConsent, 3},
+          {VREventPassphrase, 4}}},
         {"result",
          &KVLegacyHelper::resultFromVRResult_error,
          &KVLegacyHelper::resultFromVRResult,
-         {{VRResultTagUsedRidgescan, 1}, {VRResultTagRidgescanIdentity, 2}}},
+         {{VRResultTagUsedRidgescan, 1},
+          {VRResultTagRidgescanIdentity, 2},
+          {VRResultTagUsedPasscode, 3},
+          {VRResultTagUsedYesNo, 4},
+          {VRResultTagUsedPassphrase, 5}}},
     };
 }
 
