@@ -40,10 +40,10 @@ TEST(Log, LinesAndTracesReachTheInnermostInstalledSink) {
 // fresh child process that inherits the environment set here.
 TEST(LogDeathTest, EnvironmentSwitchesStandardErrorAndServiceLogging) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    setenv("TESSIVA_LOG_STDERR", "1", 1);
+    setenv("TESSIVA_LOG_STDERR", "yes", 1);
     EXPECT_EXIT((ObLog("routed %d", 7), std::exit(0)), testing::ExitedWithCode(0),
                 testing::HasSubstr("routed 7\n"));
-    setenv("TESSIVA_LOG_STDERR", "0", 1);
+    setenv("TESSIVA_LOG_STDERR", "off", 1);
     EXPECT_EXIT((ObLog("routed %d", 8), std::exit(0)), testing::ExitedWithCode(0),
                 testing::Not(testing::HasSubstr("routed 8")));
     unsetenv("TESSIVA_LOG_STDERR");

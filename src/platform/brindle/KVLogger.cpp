@@ -1,23 +1,14 @@
 // The process-wide logging switch.
 #include "tessiva/brindle/KVLogger.h"
 
-#include <cstdlib>
-#include <string_view>
+#include "../os/EnvironmentFlag.h"
 
 namespace {
-bool environmentEnablesLogging() {
-    const char* value = std::getenv("TESSIVA_LOGGING");
-    if (value == nullptr)
-        return false;
-    const std::string_view text(value);
-    return text == "1" || text == "true" || text == "yes" || text == "on";
-}
-
 // Immortal and set up once; later reads of the switch are relaxed loads.
 KVLogger& sharedLogger() {
     static KVLogger* logger = [] {
         static constinit ObImmortal<KVLogger> instance{ObObject::immortal};
-        instance.get().setLoggingEnabled(environmentEnablesLogging());
+        instance.get().setLoggingEnabled(tessiva::detail::environmentFlag("TESSIVA_LOGGING"));
         return &instance.get();
     }();
     return *logger;

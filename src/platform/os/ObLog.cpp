@@ -2,12 +2,12 @@
 // installed sink.
 #include "tessiva/os/ObLog.h"
 
+#include "EnvironmentFlag.h"
 #include "Seam.h"
 #include "tessiva/object/ObMake.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <syslog.h>
 
@@ -28,10 +28,7 @@ int syslogPriority(ObLogPriority priority) {
 
 class SystemLogSink final : public ObLogSink {
 public:
-    SystemLogSink() {
-        const char* route = std::getenv("TESSIVA_LOG_STDERR");
-        toStandardError_ = route != nullptr && std::strcmp(route, "1") == 0;
-    }
+    SystemLogSink() { toStandardError_ = tessiva::detail::environmentFlag("TESSIVA_LOG_STDERR"); }
 
     void writeLine(ObLogPriority priority, std::string_view line) override {
         if (toStandardError_) {
