@@ -68,7 +68,8 @@ protected:
         service->clientWithExternalizedContext_uiDelegate_reply(
             handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
                 client = made;
-                refusal = describe(nullptr, error);
+                if (error) // only then: contexts connect concurrently too
+                    refusal = describe(nullptr, error);
             });
         return client;
     }
