@@ -124,7 +124,8 @@ TEST_F(SimulatedServiceTest, AHandleRestoresItsContextAndNoOtherUntilInvalidated
     EXPECT_EQ(enterPassword(restored, "1234"), "success");
     EXPECT_EQ(answered.get(), success);
 
-    // The ACL rule decides on the caller's very objects.
+    // A rule that refuses only the caller's very objects: its refusal shows it
+    // was given them, and no copies.
     const ObRef<ObObject> acl = str("acl"), operation = num(4);
     service->setACLRule([&](const ObRef<ObObject>& givenACL, const ObRef<ObObject>& given) {
         return givenACL != acl || given != operation;
