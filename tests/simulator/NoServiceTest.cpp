@@ -1,36 +1,27 @@
 // A process started without a service (TESSIVA_SERVICE=none), whose simulated
 // services take their passcode from TESSIVA_PASSCODE.
-#include "simulator/SimulatorTesting.h"
+#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/object/ObFormat.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-namespace tessiva::test {
 namespace {
 
-TEST(NoService, ClientRequestsFailWithServiceUnavailable) {
+TEST(NoService, ClientRequestsFailAndServicesTakeThePasscodeFromTheEnvironment) {
     EXPECT_FALSE(KVSimulatedService::defaultService());
-    ObRef<ObError> error;
-    EXPECT_FALSE(connect(nullptr, nullptr, nullptr, &error));
-    EXPECT_EQ(describe(nullptr, error), "error -1000: No authentication service is available.");
-    EXPECT_TRUE(error->domain()->isEqual(KVErrorDomain));
-}
-
-TEST(NoService, SimulatedServicesTakeThePasscodeFromTheEnvironment) {
-    ObRef<KVSimulatedService> service = KVSimulatedService::make();
-    for (const char* passcode : {"2468", "1234"}) {
-        SCOPED_TRACE(passcode);
-        ObRef<KVClient> client = connect(service);
-        Started evaluation(client, options({{1004, num(1)}}));
-        EXPECT_EQ(enterPassword(client, passcode), "success");
-        EXPECT_EQ(evaluation.wait().error == nullptr, std::string_view(passcode) == "2468");
-    }
-    service->setPasscode(nullptr);
-    EXPECT_EQ(service->passcode()->text(), KVSimulatedService::defaultPasscode);
+    ObRef<ObError> failure;
+    KVClient::clientWithExternalizedContext_uiDelegate_reply(
+        nullptr, nullptr,
+        [&](ObRef<KVClient> client, ObRef<ObError> error) { failure = client ? nullptr : error; });
+    EXPECT_EQ(ObFormat("%@", failure)->text(), "Error Domain=org.kavelin.KVErrorDomain Code=-1000 "
+                                               "\"No authentication service is available.\"");
+    // Evaluations compare with what passcode() gives, as the simulated
+    // service's suite shows with setPasscode.
+    EXPECT_EQ(KVSimulatedService::make()->passcode()->text(), "2468");
 }
 
 } // namespace
-} // namespace tessiva::test
 
 // Set before anything runs: the service choice is read once per process.
 int main(int argc, char** argv) {
