@@ -178,6 +178,8 @@ TEST_F(SimulatedServiceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcome)
           asked,
           "error -1008: The user-interface delegate raised an exception: Unknown response key: "
           "Passcode");
+    check({[](const KVUIReply&) { throw 5; }}, asked,
+          "error -1008: The user-interface delegate raised an exception of an unknown type.");
     check({[&](const KVUIReply& reply) { reply(nullptr, stop); }}, asked, "the caller's error");
 
     // The delegate may call the client from inside the event.

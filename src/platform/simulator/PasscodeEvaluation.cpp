@@ -16,6 +16,8 @@ namespace {
 OB_CONSTANT_STRING(remoteViewBundle, "org.tessiva.simulator");
 OB_CONSTANT_STRING(remoteViewName, "SimulatedPasscodeView");
 OB_CONSTANT_STRING(timedOutMessage, "The user did not authenticate in time.");
+OB_CONSTANT_STRING(unknownExceptionMessage,
+                   "The user-interface delegate raised an exception of an unknown type.");
 OB_CONSTANT_STRING(declinedMessage, "The user declined to enter the passcode.");
 
 ObRef<ObNumber> number(ObInteger value) {
@@ -109,6 +111,9 @@ void PasscodeEvaluation::raise(Prompt prompt) {
         fail(serviceError(
             KVErrorInvalidParameter,
             ObFormat("The user-interface delegate raised an exception: %s", exception.what())));
+    } catch (...) {
+        // Anything else would end the process from this service thread.
+        fail(serviceError(KVErrorInvalidParameter, &unknownExceptionMessage));
     }
 }
 
@@ -118,7 +123,7 @@ void PasscodeEvaluation::raiseClosingEvent() {
             passcodeEvent,
             ObDictionary::make({{number(activeParameter), ObNumber::makeBool(false)}}),
             [](ObRef<ObDictionary>, ObRef<ObError>) {});
-    } catch (const std::exception&) {
+    } catch (...) {
         // The outcome is decided; a delegate that fails to close changes nothing.
     }
 }
