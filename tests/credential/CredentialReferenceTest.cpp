@@ -1,195 +1,221 @@
+// The credential reference against the fake service: what reaches the
+// service, what the reference keeps, what the caller receives, and the log
+// and trace lines it writes.
 #include "credential/ReferenceTesting.h"
 #include "support/RecordingUIDelegate.h"
 #include "support/TestSupport.h"
-#include "tessiva/VRConstants.h"
-#include "tessiva/VRCredentialReference.h"
-#include "tessiva/object/Ob.h"
+#include "tessiva/object/ObClass.h"
 
 #include <atomic>
-#include <functional>
-#include <gtest/gtest.h>
-#include <string>
+#include <latch>
 
+namespace tessiva::test {
 namespace {
-using tessiva::test::FakeReplyMode;
-using tessiva::test::FakeService;
-using tessiva::test::printed;
-using tessiva::test::RecordingUIDelegate;
-using tessiva::test::ReferenceKinds;
-using tessiva::test::ReferenceTest;
-using tessiva::test::serviceUnavailable;
 
-constexpr std::string_view setupLine =
-    "VRCredReference: -[VRCredentialReference setupWithCredentialHandle:domain:uiDelegate:reply:] ";
-constexpr std::string_view setupReplyLine = "VRCredReference: -[VRCredentialReference "
-                                            "setupWithCredentialHandle:domain:uiDelegate:reply:] "
-                                            "(reply) ";
-
-template <class Reference> class CredentialReferenceTest : public ReferenceTest<Reference> {};
-TYPED_TEST_SUITE(CredentialReferenceTest, ReferenceKinds);
-
-TYPED_TEST(CredentialReferenceTest, EverySetUpFormSendsTheHandleAndOnlyTheDelegate) {
-    auto& r = *this->reference;
-    const ObRef<ObData> h = this->handle;
-    const ObRef<ObObject> domain = ObString::make("domain");
+TEST_F(ReferenceTest, EverySetUpFormSendsTheHandleAndOnlyTheDelegate) {
+    VRCredentialReference& r = *reference;
     const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
-    const struct {
-        const char* form;
-        std::function<void(VRErrorReply)> setUp;
-        ObRef<ObData> context;
-        bool withDelegate;
-    } cases[] = {
-        {"new", [&](auto reply) { r.setupNewReferenceWithReply(reply); }, nullptr, false},
-        {"full, all absent",
-         [&](auto reply) {
-             r.setupWithCredentialHandle_domain_uiDelegate_reply({}, {}, {}, reply);
-         },
-         nullptr, false},
-        {"handle", [&](auto reply) { r.setupWithCredentialHandle_reply(h, reply); }, h, false},
-        {"handle, domain",
-         [&](auto reply) { r.setupWithCredentialHandle_domain_reply(h, domain, reply); }, h, false},
-        {"handle, delegate",
-         [&](auto reply) { r.setupWithCredentialHandle_uiDelegate_reply(h, delegate, reply); }, h,
-         true},
-        {"full",
-         [&](auto reply) {
-             r.setupWithCredentialHandle_domain_uiDelegate_reply(h, domain, delegate, reply);
-         },
-         h, true},
+    const std::function<void(VRErrorReply)> forms[] = {
+        [&](auto reply) { r.setupNewReferenceWithReply(reply); },
+        [&](auto reply) { r.setupWithCredentialHandle_reply(handle, reply); },
+        [&](auto reply) { r.setupWithCredentialHandle_domain_reply(handle, acl, reply); },
+        [&](auto reply) { r.setupWithCredentialHandle_uiDelegate_reply(handle, delegate, reply); },
+        [&](auto reply) {
+            r.setupWithCredentialHandle_domain_uiDelegate_reply(handle, acl, delegate, reply);
+        },
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.form);
-        const std::size_t eventsBefore = delegate->events().size();
-        c.setUp(this->recordReply());
-        const auto request = this->service->clientRequests().back();
-        EXPECT_EQ(request.context, c.context);
-        ASSERT_EQ(bool(request.uiDelegate), c.withDelegate);
-        ASSERT_EQ(this->replies.size(), this->service->clientRequests().size());
-        EXPECT_EQ(this->replies.back(), nullptr);
-        if (c.withDelegate) {
-            // The service's events reach the caller's delegate through the proxy.
-            request.uiDelegate->event_params_reply(3, nullptr, [](auto, auto) {});
-            ASSERT_EQ(delegate->events().size(), eventsBefore + 1);
-            EXPECT_EQ(printed(delegate->events().back().name), "EventConsent");
-        }
+    r.invalidate(); // without a client, nothing to tell
+    service->setCreatorDisplayName(ObString::make("Maker"));
+    for (std::size_t form = 0; form < std::size(forms); ++form) {
+        SCOPED_TRACE(form);
+        forms[form](recordReply());
+        const FakeClientRequest request = service->clientRequests().back();
+        EXPECT_EQ(request.context, form == 0 ? nullptr : handle);
+        EXPECT_EQ(r.credentialHandle(), form == 0 ? service->newContext() : handle);
+        EXPECT_EQ(request.uiDelegate != nullptr, form >= 3);
     }
-}
-
-TYPED_TEST(CredentialReferenceTest, KeepsTheClientAndItsHandleUntilASetUpFails) {
-    auto& r = *this->reference;
-    this->service->setCreatorDisplayName(ObString::make("Maker"));
-    EXPECT_EQ(r.credentialHandle(), nullptr);
-    EXPECT_EQ(r.creatorDisplayName(), nullptr);
-    EXPECT_EQ(this->service->creatorDisplayNameCount(), 0);
-
-    r.setupNewReferenceWithReply(this->recordReply());
-    EXPECT_EQ(r.credentialHandle(), this->service->newContext());
+    EXPECT_EQ(replies, std::vector<ObRef<ObError>>(std::size(forms)));
     EXPECT_EQ(printed(r.creatorDisplayName()), "Maker");
 
-    this->service->answerClientRequests(nullptr, serviceUnavailable());
-    r.setupWithCredentialHandle_reply(this->handle, this->recordReply());
+    // The synchronous forms wait for a reply from another thread, and always
+    // write a given error, clearing it on success. A failed set-up leaves
+    // neither client nor handle; the client it replaced is dropped, not
+    // invalidated.
+    service->setReplyMode(FakeReplyMode::OwnThread);
+    service->answerClientRequests(nullptr, serviceUnavailable());
+    ObRef<ObError> error;
+    EXPECT_FALSE(r.setupWithCredentialHandle_error(handle, &error));
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(service->clientRequests().back().context, handle);
     EXPECT_EQ(r.credentialHandle(), nullptr);
     EXPECT_EQ(r.creatorDisplayName(), nullptr);
-    EXPECT_EQ(this->service->creatorDisplayNameCount(), 1);
-    // The earlier client is dropped, not invalidated.
-    EXPECT_EQ(this->service->destroyedClientCount(), 1);
-    EXPECT_EQ(this->service->invalidateCount(), 0);
+    EXPECT_EQ(service->destroyedClientCount(), 5);
+    EXPECT_EQ(service->invalidateCount(), 0);
+    service->answerClientRequests(service->makeClient(handle), nullptr);
+    EXPECT_TRUE(r.setupNewReferenceWithError(&error));
+    EXPECT_EQ(error, nullptr);
+    // Invalidating tells the client, and keeps it with its handle.
+    r.invalidate();
+    EXPECT_EQ(service->invalidateCount(), 1);
+    EXPECT_EQ(r.credentialHandle(), handle);
 }
 
-TYPED_TEST(CredentialReferenceTest, HandsOnTheServiceErrorTranslated) {
-    const ObRef<ObError> kvError = serviceUnavailable();
-    const ObRef<ObError> foreign = ObError::make(ObString::make("elsewhere"), 7, nullptr);
-    for (const ObRef<ObError>& error : {kvError, foreign}) {
-        this->service->answerClientRequests(nullptr, error);
-        this->reference->setupNewReferenceWithReply(this->recordReply());
-    }
-    ASSERT_EQ(this->replies.size(), 2u);
-    EXPECT_TRUE(this->replies[0]->domain()->isEqual(VRErrorDomain));
-    EXPECT_EQ(this->replies[0]->code(), -6);
-    EXPECT_EQ(this->replies[0]->userInfo(), kvError->userInfo());
-    EXPECT_EQ(this->replies[1], foreign);
-}
-
-TYPED_TEST(CredentialReferenceTest, SynchronousSetUpWaitsForTheReplyOnAnyThread) {
-    for (FakeReplyMode mode : {FakeReplyMode::AtOnce, FakeReplyMode::OwnThread}) {
-        SCOPED_TRACE(static_cast<int>(mode));
-        this->service->setReplyMode(mode);
-        const ObRef<TypeParam> r = TypeParam::make();
-
-        this->service->answerClientRequests(this->service->makeClient(this->handle), nullptr);
-        ObRef<ObError> error = serviceUnavailable();
-        EXPECT_TRUE(r->setupWithCredentialHandle_error(this->handle, &error));
-        EXPECT_EQ(error, nullptr);
-        // Only a completed reply sets the handle.
-        EXPECT_EQ(r->credentialHandle(), this->handle);
-        EXPECT_EQ(this->service->clientRequests().back().context, this->handle);
-
-        this->service->answerClientRequests(nullptr, serviceUnavailable());
-        EXPECT_FALSE(r->setupNewReferenceWithError(&error));
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code(), -6);
-        EXPECT_EQ(this->service->clientRequests().back().context, nullptr);
-        EXPECT_FALSE(r->setupNewReferenceWithError(nullptr));
-        this->service->joinReplyThreads();
-    }
-}
-
-TYPED_TEST(CredentialReferenceTest, InvalidateForwardsToTheClientAndKeepsTheFields) {
-    this->reference->invalidate();
-    EXPECT_EQ(this->service->invalidateCount(), 0);
-
-    const ObRef<tessiva::test::FakeClient> client = this->service->makeClient(this->handle);
-    this->service->answerClientRequests(client, nullptr);
-    this->reference->setupNewReferenceWithReply(this->recordReply());
-    this->reference->invalidate();
-    EXPECT_EQ(client->invalidateCount(), 1);
-    EXPECT_EQ(this->reference->credentialHandle(), this->handle);
-}
-
-TYPED_TEST(CredentialReferenceTest, APendingReplyKeepsTheReferenceAndDestructionDoesNotInvalidate) {
-    struct Observed : TypeParam {
-        explicit Observed(std::atomic<bool>* destroyed) : destroyed_(destroyed) {}
-        ~Observed() override { *destroyed_ = true; }
-        std::atomic<bool>* destroyed_;
+// A pending reply holds the reference; when it goes, the reference releases
+// its client without invalidating it.
+TEST_F(ReferenceTest, APendingReplyKeepsTheReferenceAlive) {
+    struct Observed : VRCredentialReference {
+        explicit Observed(std::atomic<bool>& gone) : gone_(gone) {}
+        ~Observed() override { gone_ = true; }
+        std::atomic<bool>& gone_;
     };
-    std::atomic<bool> destroyed{false};
-    this->service->setReplyMode(FakeReplyMode::Held);
-    ObMake<Observed>(&destroyed)->setupNewReferenceWithReply(this->recordReply());
-    EXPECT_FALSE(destroyed);
-    EXPECT_TRUE(this->replies.empty());
-
-    this->service->fireHeldReplies();
-    ASSERT_EQ(this->replies.size(), 1u);
-    EXPECT_TRUE(destroyed);
-    EXPECT_EQ(this->service->destroyedClientCount(), 1);
-    EXPECT_EQ(this->service->invalidateCount(), 0);
-}
-
-TYPED_TEST(CredentialReferenceTest, LogsEachEntryAndReplyInOrder) {
-    tessiva::test::LogCapture capture;
-    const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
-    const ObRef<ObError> error = serviceUnavailable();
-    const ObRef<tessiva::test::FakeClient> client = this->service->makeClient(this->handle);
-    {
-        tessiva::test::ScopedLogging logging(true);
-        this->service->answerClientRequests(nullptr, error);
-        this->reference->setupWithCredentialHandle_domain_uiDelegate_reply(
-            this->handle, ObString::make("work"), delegate, this->recordReply());
-        this->service->answerClientRequests(client, nullptr);
-        EXPECT_TRUE(this->reference->setupNewReferenceWithError(nullptr));
-        this->reference->invalidate();
-    }
-    tessiva::test::ScopedLogging off(false);
-    this->reference->setupNewReferenceWithReply(this->recordReply());
-    this->reference->invalidate();
-
-    const std::string expected[] = {
-        std::string(setupLine) + "<0102>, work, " + printed(delegate),
-        std::string(setupReplyLine) + "-> (null), " + printed(error),
-        std::string(setupLine) + "(null), (null), (null)",
-        std::string(setupReplyLine) + "-> " + printed(client) + ", (null)",
-        "VRCredReference: -[VRCredentialReference invalidate] ",
+    service->setReplyMode(FakeReplyMode::OwnThread);
+    const std::function<void(VRCredentialReference&, VRErrorReply)> starts[] = {
+        [](auto& r, auto reply) { r.setupNewReferenceWithReply(reply); },
+        [](auto& r, auto reply) { r.evaluatePolicy_hints_reply(VRPolicyTirsa, nullptr, reply); },
     };
-    EXPECT_EQ(capture.lines(), std::vector<std::string>(std::begin(expected), std::end(expected)));
+    for (const auto& start : starts) {
+        std::atomic<bool> gone{false};
+        ObRef<Observed> r = ObMake<Observed>(gone);
+        ASSERT_TRUE(r->setupNewReferenceWithError(nullptr));
+        service->joinReplyThreads(); // so that only the pending reply holds it
+        std::latch replying(1), dropped(1);
+        start(*r, [&](auto) {
+            replying.count_down();
+            dropped.wait();
+        });
+        replying.wait();
+        r = nullptr;
+        EXPECT_FALSE(gone);
+        dropped.count_down();
+        service->joinReplyThreads();
+        EXPECT_TRUE(gone);
+    }
+    EXPECT_EQ(service->invalidateCount(), 0);
 }
+
+TEST_F(ReferenceTest, EvaluationsSendTranslatedOptionsKeepPolicyResultsAndLog) {
+    const ObRef<VRCredentialReference> r = VRCredReference::make(); // the older name logs alike
+    ASSERT_TRUE(r->setupNewReferenceWithError(nullptr));
+    const ObRef<ObObject> used = ObNumber::makeBool(true);
+    service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), used}}), nullptr);
+    const ObRef<ObDictionary> hints = ObDictionary::make({{VRHintTimeout, ObNumber::make(30)}});
+    const LogCapture capture;
+    KVLogger::sharedInstance()->setLoggingEnabled(true);
+    // Kept before the caller's reply runs.
+    r->evaluatePolicy_hints_reply(ObString::make("DeviceOwnerAuthenticated"), hints, [&](auto) {
+        EXPECT_EQ(r->resultForTag(VRResultTagUsedPasscode), used);
+    });
+    service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), acl}}),
+                               serviceUnavailable());
+    r->evaluateACL_operation_hints_reply(acl, operation, hints, recordReply());
+    // Its reply line is written before the reply runs.
+    r->sendClientRequest_params_reply(ObString::make("Bogus"), nullptr,
+                                      [&](auto...) { EXPECT_EQ(capture.lines().size(), 7u); });
+    service->answerClientRequests(nullptr, serviceUnavailable());
+    r->setupWithCredentialHandle_domain_uiDelegate_reply(handle, acl, nullptr, recordReply());
+    r->invalidate();
+    KVLogger::sharedInstance()->setLoggingEnabled(false);
+    // Not logged: ACL results are dropped, and a failed set-up keeps the result.
+    EXPECT_EQ(r->resultForTag(VRResultTagUsedPasscode), used);
+
+    const FakePolicyRequest policy = service->policyRequests().at(0);
+    EXPECT_EQ(std::to_string(policy.policy) + printed(policy.options), "1000{1001 = 30; 1009 = 0}");
+    const FakeACLRequest request = service->aclRequests().at(0);
+    EXPECT_TRUE(request.acl == acl && request.operation == operation);
+    EXPECT_EQ(printed(request.options), "{1001 = 30}");
+    std::string logged;
+    for (const std::string& line : capture.lines())
+        logged += line + "\n";
+    EXPECT_EQ(
+        logged,
+        R"(VRCredReference: -[VRCredentialReference evaluatePolicy:hints:reply:] DeviceOwnerAuthenticated, {Timeout = 30}
+VRCredReference: -[VRCredentialReference evaluatePolicy:hints:reply:] (reply) -> {3 = 1}, (null)
+VRCredReference: -[VRCredentialReference resultForTag:reply:] UsedPasscode
+VRCredReference: -[VRCredentialReference evaluateACL:operation:hints:reply:] acl, <6f70>, {Timeout = 30}
+VRCredReference: -[VRCredentialReference evaluateACL:operation:hints:reply:] (reply) -> {3 = acl}, Error Domain=org.kavelin.KVErrorDomain Code=-1000 "gone"
+VRCredReference: -[VRCredentialReference sendClientRequest:params:reply:] Bogus, (null)
+VRCredReference: -[VRCredentialReference sendClientRequest:params:reply:] (reply) -> 0, Error Domain=org.tessiva.VRErrorDomain Code=-1005 "Unknown client request: 'Bogus'"
+VRCredReference: -[VRCredentialReference setupWithCredentialHandle:domain:uiDelegate:reply:] <0102>, acl, (null)
+VRCredReference: -[VRCredentialReference setupWithCredentialHandle:domain:uiDelegate:reply:] (reply) -> (null), Error Domain=org.kavelin.KVErrorDomain Code=-1000 "gone"
+)"
+        "VRCredReference: -[VRCredentialReference invalidate] \n");
+}
+
+TEST_F(ReferenceTest, UntranslatableOrUnknownRequestsNeverReachTheService) {
+    VRCredentialReference& r = *reference;
+    ASSERT_TRUE(r.setupNewReferenceWithError(nullptr));
+    const ObRef<ObString> bogus = ObString::make("Bogus");
+    const ObRef<ObDictionary> badHints = ObDictionary::make({{bogus, ObNumber::make(1)}});
+    ObRef<ObError> error = serviceUnavailable();
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        // Hints first: when both are bad, the hints' exception is the one raised.
+        {[&] { r.evaluatePolicy_hints_reply(bogus, badHints, recordReply()); }, "hint: 'Bogus'"},
+        {[&] { r.evaluatePolicy_hints_error(bogus, nullptr, &error); }, "policy: 'Bogus'"},
+        {[&] { r.evaluateACL_operation_hints_error(acl, operation, badHints, &error); },
+         "hint: 'Bogus'"},
+        {[&] { r.sendClientRequest_params_reply(VRClientRequestStopEvents, nullptr, {}); },
+         "event: '(null)'"},
+        {[&] { (void)r.resultForTag(bogus); }, "result: 'Bogus'"},
+    };
+    for (const auto& [call, message] : cases)
+        EXPECT_THAT(call, testing::ThrowsMessage<KVException>("Unknown " + message));
+    EXPECT_NE(error, nullptr); // left as it was
+    EXPECT_TRUE(service->policyRequests().empty() && service->aclRequests().empty());
+
+    // Client requests are matched by text; any other, absent included, is
+    // answered at once without the service.
+    service->answerClientActions(false, serviceUnavailable());
+    std::string received;
+    const VRDictionaryReply reply = [&](auto result, auto failure) {
+        received += printed(result) + " " + printed(failure) + "\n";
+    };
+    const auto params = ObDictionary::make({{VRClientRequestParamEvent, VREventPasscode}});
+    for (const char* request : {"EnterPassword", "StopEvents", "stopEvents"})
+        r.sendClientRequest_params_reply(ObString::make(request), params, reply);
+    r.sendClientRequest_params_reply(nullptr, params, reply);
+    // Without a client nothing is sent, and no reply ever comes.
+    const ObRef<VRCredentialReference> unset = VRCredentialReference::make();
+    unset->evaluatePolicy_hints_reply(VRPolicyTirsa, nullptr, recordReply());
+    unset->evaluateACL_operation_hints_reply(acl, operation, nullptr, recordReply());
+    unset->sendClientRequest_params_reply(VRClientRequestEnterPassword, nullptr, reply);
+    EXPECT_TRUE(replies.empty());
+    EXPECT_EQ(received, R"((null) Error Domain=org.tessiva.VRErrorDomain Code=-6 "gone"
+(null) Error Domain=org.tessiva.VRErrorDomain Code=-6 "gone"
+(null) Error Domain=org.tessiva.VRErrorDomain Code=-1005 "Unknown client request: 'stopEvents'"
+(null) Error Domain=org.tessiva.VRErrorDomain Code=-1005 "Unknown client request: '(null)'"
+)");
+}
+
+// A failed evaluation leaves no result to read by tag: the caller gets the
+// error -10, which the synchronous form reports to the trace log.
+TEST_F(ReferenceTest, AMissingResultIsAnErrorOrATraceMessage) {
+    ASSERT_TRUE(reference->setupNewReferenceWithError(nullptr));
+    service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), acl}}), nullptr);
+    ASSERT_TRUE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
+    // The identity class was looked up once; a class appearing later is not seen.
+    (void)ObRegisterClass("ScandraIdentity");
+    service->answerEvaluations(nullptr, serviceUnavailable());
+    EXPECT_FALSE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
+    EXPECT_EQ(printed(service->policyRequests().at(1).options), "{1009 = 0}");
+
+    // Only the synchronous form writes a trace message; its payload holds the
+    // tag, as the caller's string is gone when it runs.
+    const ObRef<CapturingTraceSink> traces = ObMake<CapturingTraceSink>();
+    const ObScopedTraceSink tracing(traces);
+    reference->resultForTag_reply(VRResultTagUsedPasscode, [](auto...) {});
+    EXPECT_EQ(reference->resultForTag(ObString::make("UsedPasscode")), nullptr);
+    const auto messages = traces->messages();
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].format + " " + std::to_string(messages[0].argument),
+              "Failed getting result for tag: error %d -10");
+    ObTraceMessage payload;
+    messages[0].payload(payload);
+    EXPECT_EQ(payload.entries(),
+              (std::vector<std::pair<std::string, std::string>>{
+                  {"tag", "UsedPasscode"},
+                  {"error",
+                   "Error Domain=org.tessiva.VRErrorDomain Code=-10 \"Result not available.\""}}));
+}
+
 } // namespace
+} // namespace tessiva::test

@@ -2,11 +2,8 @@
 // with its reply, for the test to inspect and answer, from any thread.
 #pragma once
 
+#include "support/TestSupport.h"
 #include "tessiva/VRUIDelegate.h"
-
-#include <condition_variable>
-#include <mutex>
-#include <vector>
 
 namespace tessiva::test {
 
@@ -18,21 +15,18 @@ public:
         VRUIReply reply;
     };
 
-    static ObRef<RecordingUIDelegate> make();
+    static ObRef<RecordingUIDelegate> make() { return ObMake<RecordingUIDelegate>(); }
 
     void event_params_reply(const ObRef<ObString>& event, const ObRef<ObDictionary>& params,
-                            VRUIReply reply) override;
-    std::vector<Event> events() const;
-    // Waits, without time-out, until the event at `index` (counting from 0)
-    // has arrived, and gives it.
-    Event waitForEvent(std::size_t index) const;
+                            VRUIReply reply) override {
+        events_.add({event, params, std::move(reply)});
+    }
+    std::vector<Event> events() const { return events_.items(); }
+    // Waits, without time-out, until the event at `index` (from 0) has arrived.
+    Event waitForEvent(std::size_t index) const { return events_.waitFor(index); }
 
 private:
-    RecordingUIDelegate() = default;
-
-    mutable std::mutex mutex_;
-    mutable std::condition_variable arrived_;
-    std::vector<Event> events_;
+    SharedList<Event> events_;
 };
 
 } // namespace tessiva::test

@@ -1,4 +1,5 @@
-// Helpers shared by every suite: capturing sinks for the system and trace logs.
+// Helpers shared by every suite: a list threads append to, and capturing sinks
+// for the system and trace logs.
 #pragma once
 
 #include "tessiva/brindle/KVLogger.h"
@@ -6,49 +7,59 @@
 #include "tessiva/os/ObLog.h"
 #include "tessiva/os/ObTraceLog.h"
 
+#include <condition_variable>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tessiva::test {
 
+// Items appended from any thread; readers get copies.
+template <class Item> class SharedList {
+    mutable std::mutex mutex_;
+    mutable std::condition_variable added_;
+    std::vector<Item> items_;
+
+public:
+    void add(Item item) {
+        std::lock_guard lock(mutex_);
+        items_.push_back(std::move(item));
+        added_.notify_all();
+    }
+    std::vector<Item> items() const {
+        std::lock_guard lock(mutex_);
+        return items_;
+    }
+    // Waits, without time-out, until the item at `index` (from 0) is there.
+    Item waitFor(std::size_t index) const {
+        std::unique_lock lock(mutex_);
+        added_.wait(lock, [&] { return items_.size() > index; });
+        return items_[index];
+    }
+};
+
 // Records every line written to the system log while installed.
 class CapturingLogSink final : public ObLogSink {
-public:
-    void writeLine(ObLogPriority priority, std::string_view line) override;
-    std::vector<std::string> lines() const;
-    std::vector<ObLogPriority> priorities() const;
+    SharedList<std::string> lines_;
+    SharedList<ObLogPriority> priorities_;
 
-private:
-    mutable std::mutex mutex_;
-    std::vector<std::string> lines_;
-    std::vector<ObLogPriority> priorities_;
+public:
+    void writeLine(ObLogPriority priority, std::string_view line) override {
+        lines_.add(std::string(line));
+        priorities_.add(priority);
+    }
+    std::vector<std::string> lines() const { return lines_.items(); }
+    std::vector<ObLogPriority> priorities() const { return priorities_.items(); }
 };
 
 // Installs a fresh capturing log sink for the life of the object.
 class LogCapture {
+    ObRef<CapturingLogSink> sink_ = ObMake<CapturingLogSink>();
+    ObScopedLogSink installed_{sink_};
+
 public:
-    LogCapture();
     std::vector<std::string> lines() const { return sink_->lines(); }
-
-private:
-    ObRef<CapturingLogSink> sink_;
-    ObScopedLogSink installed_;
-};
-
-// Switches KVLogger's logging for one scope and restores it at the end.
-class ScopedLogging {
-public:
-    explicit ScopedLogging(bool enabled) : previous_(logger()->isLoggingEnabled()) {
-        logger()->setLoggingEnabled(enabled);
-    }
-    ~ScopedLogging() { logger()->setLoggingEnabled(previous_); }
-    ScopedLogging(const ScopedLogging&) = delete;
-    ScopedLogging& operator=(const ScopedLogging&) = delete;
-
-private:
-    static ObRef<KVLogger> logger() { return KVLogger::sharedInstance(); }
-    bool previous_;
 };
 
 // Records trace messages and keeps their payload callbacks for the test to run.
@@ -59,12 +70,13 @@ public:
         std::int32_t argument;
         ObTracePayload payload;
     };
-    void write(const char* format, std::int32_t argument, ObTracePayload payload) override;
-    std::vector<Message> messages() const;
+    void write(const char* format, std::int32_t argument, ObTracePayload payload) override {
+        messages_.add({format, argument, std::move(payload)});
+    }
+    std::vector<Message> messages() const { return messages_.items(); }
 
 private:
-    mutable std::mutex mutex_;
-    std::vector<Message> messages_;
+    SharedList<Message> messages_;
 };
 
 } // namespace tessiva::test
