@@ -15,7 +15,7 @@ TEST(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
         "Error Domain=org.tessiva.VRErrorDomain Code=-6 \"Simulator is not supported.\"";
     for (const bool logging : {true, false}) {
         SCOPED_TRACE(logging ? "logging" : "not logging");
-        const ScopedLogging switched(logging);
+        KVLogger::sharedInstance()->setLoggingEnabled(logging);
         const LogCapture capture;
         std::vector<std::string> replies;
         const auto reply = [&](ObRef<ObError> e) {
