@@ -15,13 +15,18 @@
 # major, libTessiva needs libTessivaPlatform of exactly its own build, and
 # neither is useful alone to a VR caller. A new major version renames it.
 set(TESSIVA_PACKAGE_COMPONENTS Runtime Development Tools)
-get_cmake_property(installed_components COMPONENTS)
-foreach(component IN LISTS installed_components)
-    if(NOT component IN_LIST TESSIVA_PACKAGE_COMPONENTS)
-        message(FATAL_ERROR "An install rule names component '${component}'; "
-                            "use one of ${TESSIVA_PACKAGE_COMPONENTS} (cmake/Packaging.cmake)")
-    endif()
-endforeach()
+# Checked once every CMakeLists.txt has been read.
+function(tessiva_check_install_components)
+    get_cmake_property(installed_components COMPONENTS)
+    list(JOIN TESSIVA_PACKAGE_COMPONENTS ", " known)
+    foreach(component IN LISTS installed_components)
+        if(NOT component IN_LIST TESSIVA_PACKAGE_COMPONENTS)
+            message(FATAL_ERROR "An install rule names component '${component}'; "
+                                "use one of ${known} (cmake/Packaging.cmake)")
+        endif()
+    endforeach()
+endfunction()
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL tessiva_check_install_components)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME tessiva)
