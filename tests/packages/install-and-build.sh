@@ -40,7 +40,8 @@ for package in "${packages[@]}"; do
     deb=("$package_dir/${package}"_*.deb)
     [[ -f ${deb[0]} ]] || fail "no ${package}_*.deb in $package_dir"
     debs+=("${deb[0]}")
-    # dpkg's own trigger runs ldconfig; no package brings scripts of its own.
+    # The C library's ldconfig trigger updates the linker cache; no package
+    # brings scripts of its own.
     scripts=$(dpkg-deb --ctrl-tarfile "${deb[0]}" | tar -t | grep -Ev '^\./(|control|md5sums|shlibs|triggers)$' || true)
     [[ -z $scripts ]] || fail "${package} has maintainer scripts: $scripts"
 done
@@ -48,20 +49,26 @@ done
 "${sudo_cmd[@]}" dpkg -i "${debs[@]}" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log" >&2; fail "dpkg -i failed"; }
 echo "packages: installed ${packages[*]}"
 
-ldconfig -p | grep -q 'libTessiva\.so\.1 ' || fail "libTessiva.so.1 is not in the linker cache"
-tessiva --version | grep -qx "tessiva $(dpkg-query -W -f='${Version}' tessiva-tools | cut -d- -f1)" ||
-    fail "tessiva --version does not match the package's version: $(tessiva --version)"
+# Whole listings, not grep -q: an early exit would fail the pipe.
+in_linker_cache() { ldconfig -p | grep "$1" >/dev/null; }
+in_linker_cache 'libTessiva\.so\.1 ' || fail "libTessiva.so.1 is not in the linker cache"
+version=$(/usr/bin/tessiva --version)
+[[ $version == "tessiva $(dpkg-query -W -f='${Version}' tessiva-tools | cut -d- -f1)"$'\n'* ]] ||
+    fail "tessiva --version does not match the package's version: $version"
 
 # The example's output, up to its last line, with the service's default passcode.
 expect_session() {
     local output
-    output=$(env -u TESSIVA_PASSCODE -u TESSIVA_SERVICE "$1")
+    output=$(env -u TESSIVA_PASSCODE -u TESSIVA_SERVICE "$1" 2>&1) || fail "$1 failed: $output"
     grep -q '^UsedPasscode: 1$' <<<"$output" || fail "$1 printed: $output"
 }
 
 # CMake: nothing but the example's own lines; /usr is searched by default.
-cmake -S "$source_dir/examples/legacy_caller" -B "$work/cmake" -G Ninja >"$work/cmake.log" 2>&1 &&
-    cmake --build "$work/cmake" >>"$work/cmake.log" 2>&1 || { cat "$work/cmake.log" >&2; fail "CMake build failed"; }
+if ! { cmake -S "$source_dir/examples/legacy_caller" -B "$work/cmake" -G Ninja &&
+       cmake --build "$work/cmake"; } >"$work/cmake.log" 2>&1; then
+    cat "$work/cmake.log" >&2
+    fail "the CMake build failed"
+fi
 expect_session "$work/cmake/legacy_caller"
 echo "packages: built and ran the legacy caller with find_package"
 
@@ -75,5 +82,5 @@ purge
 for package in "${packages[@]}"; do
     if is_present "$package"; then fail "$package is still present after dpkg --purge"; fi
 done
-! ldconfig -p | grep -q 'libTessiva' || fail "the linker cache still holds libTessiva"
+! in_linker_cache libTessiva || fail "the linker cache still holds libTessiva"
 echo "packages: removed"
