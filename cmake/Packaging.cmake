@@ -88,4 +88,21 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 The tessiva command: runs the VR interface against the simulated
 authentication service, translates hints and errors, lists the vocabulary.")
 
+# A file that the system reads from /etc (a PAM service file, say) installs
+# with an absolute DESTINATION under ${CMAKE_INSTALL_FULL_SYSCONFDIR} (/etc
+# when the prefix is /usr; the relative CMAKE_INSTALL_SYSCONFDIR would give
+# /usr/etc) and is declared a conffile of its package, so that dpkg keeps an
+# administrator's changes to it:
+#   set_property(GLOBAL APPEND PROPERTY TESSIVA_CONFFILES_Tools /etc/pam.d/tessiva)
+foreach(component IN LISTS TESSIVA_PACKAGE_COMPONENTS)
+    get_property(conffiles GLOBAL PROPERTY TESSIVA_CONFFILES_${component})
+    if(conffiles)
+        string(TOUPPER ${component} upper)
+        list(JOIN conffiles "\n" text)
+        file(WRITE ${PROJECT_BINARY_DIR}/debian/${component}/conffiles "${text}\n")
+        list(APPEND CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA
+             ${PROJECT_BINARY_DIR}/debian/${component}/conffiles)
+    endif()
+endforeach()
+
 include(CPack)

@@ -42,7 +42,7 @@ for package in "${packages[@]}"; do
     debs+=("${deb[0]}")
     # The C library's ldconfig trigger updates the linker cache; no package
     # brings scripts of its own.
-    scripts=$(dpkg-deb --ctrl-tarfile "${deb[0]}" | tar -t | grep -Ev '^\./(|control|md5sums|shlibs|triggers)$' || true)
+    scripts=$(dpkg-deb --ctrl-tarfile "${deb[0]}" | tar -t | grep -Ev '^\./(|control|md5sums|shlibs|triggers|conffiles)$' || true)
     [[ -z $scripts ]] || fail "${package} has maintainer scripts: $scripts"
 done
 
