@@ -44,6 +44,9 @@ function(tessiva_shared_library target)
         BASE_NAME ${base_name}
         EXPORT_MACRO_NAME ${arg_MACRO}
         EXPORT_FILE_NAME ${TESSIVA_GENERATED_INCLUDE_DIR}/${arg_HEADER})
+    # The public headers need C++20: a usage requirement, so that whoever
+    # links the target (imported or not) compiles as C++20 without asking.
+    target_compile_features(${target} PUBLIC cxx_std_20)
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
         $<BUILD_INTERFACE:${TESSIVA_GENERATED_INCLUDE_DIR}>

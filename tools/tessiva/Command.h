@@ -34,5 +34,6 @@ int runDemo(Arguments arguments);
 int runHints(Arguments arguments);
 int runError(Arguments arguments);
 int runVocabulary(Arguments arguments);
+int runVersion(Arguments arguments);
 
 } // namespace tessiva::tool

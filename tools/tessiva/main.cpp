@@ -24,6 +24,7 @@ Commands:
                         code (and this message) becomes
   vocabulary            list every exported constant, its value and its alias
   help, --help, -h      print this help
+  --version             print the tool's version and the library's
 
 JSON values: strings, integers, true and false, arrays and objects. null and
 numbers with a fraction or exponent have no counterpart and are refused.
@@ -44,7 +45,7 @@ struct Command {
 
 constexpr Command commands[] = {
     {"demo", runDemo}, {"hints", runHints}, {"error", runError}, {"vocabulary", runVocabulary},
-    {"help", runHelp}, {"--help", runHelp}, {"-h", runHelp},
+    {"help", runHelp}, {"--help", runHelp}, {"-h", runHelp},     {"--version", runVersion},
 };
 
 int dispatch(const std::vector<std::string_view>& words) {
