@@ -1,6 +1,6 @@
 # Installation: the two libraries, the public headers with the generated
-# export headers, a CMake package (installed and for the build tree) and
-# pkg-config files.
+# export headers, a CMake package (installed and for the build tree),
+# pkg-config files and the PAM service file.
 include(CMakePackageConfigHelpers)
 include(cmake/PkgConfigPaths.cmake)
 
@@ -49,3 +49,8 @@ foreach(package tessiva tessiva-platform)
         configure_file(\"${template}\" \"${written}\" @ONLY)")
     install(FILES ${written} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()
+
+# The PAM service the PAM backend uses by default, under the prefix's
+# etc/pam.d; an administrator copies or links it into /etc/pam.d to enable it
+# (PAM reads no other directory).
+install(FILES data/pam.d/tessiva DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/pam.d)

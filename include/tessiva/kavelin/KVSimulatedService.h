@@ -89,8 +89,9 @@ public:
     static ObRef<KVSimulatedService> make();
 
     // The process's own service, which KVClient uses whenever no backend is
-    // installed. Absent when the environment variable TESSIVA_SERVICE was
-    // "none" on first use (it is read once): the process then has no service.
+    // installed. Absent unless the environment variable TESSIVA_SERVICE was
+    // unset, empty or "simulated" on first use (it is read once): the process
+    // then has another service, or none.
     static ObRef<KVSimulatedService> defaultService();
 
     // The passcode later evaluations accept; absent restores the default.
