@@ -3,6 +3,8 @@
 #include "PamTestEnvironment.h"
 #include "credential/ReferenceTesting.h"
 #include "support/RecordingUIDelegate.h"
+#include "tessiva/DelegateProxy.h"
+#include "tessiva/KVLegacyHelper.h"
 #include "tessiva/kavelin/KVPAMService.h"
 
 namespace tessiva::test {
@@ -220,6 +222,32 @@ TEST(PamService, AReferenceRestoredByHandleAnswersTheRunningEvaluation) {
         [&](ObRef<ObDictionary>, ObRef<ObError> error) { requestReplies.add(error); });
     EXPECT_EQ(requestReplies.waitFor(0), nullptr);
     EXPECT_EQ(session.outcome(), nullptr) << description(session.outcome());
+}
+
+// Policy 1 (ridge scan only) has no VR name of its own here, so the service
+// is asked directly.
+TEST(PamService, TheBiometricPolicyNeedsAPamServiceOfItsOwn) {
+    for (const char* biometricService : {"", pamService}) {
+        SCOPED_TRACE(biometricService);
+        const KVScopedClientBackend installed(
+            KVPAMService::make({pamService, pamUser, biometricService}));
+        const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
+        SharedList<ObRef<KVClient>> clients;
+        KVClient::clientWithExternalizedContext_uiDelegate_reply(
+            nullptr, KVLegacyHelper::uiDelegateFromVRUIDelegate(delegate),
+            [&](ObRef<KVClient> client, ObRef<ObError>) { clients.add(client); });
+        SharedList<ObRef<ObError>> outcomes;
+        clients.waitFor(0)->evaluatePolicy_options_reply(
+            1, nullptr, [&](ObRef<ObDictionary>, ObRef<ObError> error) { outcomes.add(error); });
+        if (*biometricService == '\0') {
+            EXPECT_EQ(printed(outcomes.waitFor(0)),
+                      "Error Domain=org.kavelin.KVErrorDomain Code=-1001 \"No PAM service is "
+                      "configured for biometric authentication.\"");
+        } else {
+            delegate->waitForEvent(0).reply(consent(pamPassword), nullptr);
+            EXPECT_EQ(outcomes.waitFor(0), nullptr);
+        }
+    }
 }
 
 TEST(PamService, NoLogLineHoldsAPassword) {
