@@ -1,5 +1,7 @@
 // KVSimulatedService: the authentication service built into Tessiva for
 // devices without authentication hardware, and the default KVClient backend.
+// Everything below but the passcode itself is the machinery that every
+// Tessiva service shares: KVPAMService behaves the same, with PAM as judge.
 //
 // Contexts. A new context gets a handle of 16 random bytes (its externalized
 // context). Giving that handle back to clientWithExternalizedContext reaches
