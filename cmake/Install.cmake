@@ -1,7 +1,8 @@
 # Installation: the two libraries, the public headers with the generated
 # export headers, a CMake package (installed, for the build tree and for a
-# build that adds Tessiva's sources) and pkg-config files. Each rule names
-# its package component (cmake/Packaging.cmake lists them).
+# build that adds Tessiva's sources), pkg-config files and the PAM service
+# file. Each rule names its package component (cmake/Packaging.cmake lists
+# them).
 include(CMakePackageConfigHelpers)
 include(cmake/PkgConfigPaths.cmake)
 
@@ -68,3 +69,16 @@ foreach(package tessiva tessiva-platform)
         configure_file(\"${template}\" \"${written}\" @ONLY)" COMPONENT Development)
     install(FILES ${written} DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 endforeach()
+
+# The PAM service the PAM backend uses by default, under the prefix's
+# etc/pam.d; an administrator copies or links it into /etc/pam.d to enable it
+# (PAM reads no other directory).
+# In a /usr install (the Debian packages) it goes to /etc/pam.d itself, as a
+# conffile of the tools package.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(pam_directory ${CMAKE_INSTALL_FULL_SYSCONFDIR}/pam.d)
+    set_property(GLOBAL APPEND PROPERTY TESSIVA_CONFFILES_Tools ${pam_directory}/tessiva)
+else()
+    set(pam_directory ${CMAKE_INSTALL_SYSCONFDIR}/pam.d)
+endif()
+install(FILES data/pam.d/tessiva DESTINATION ${pam_directory} COMPONENT Tools)

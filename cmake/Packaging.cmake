@@ -86,7 +86,11 @@ set(CPACK_COMPONENT_TOOLS_DEPENDS Runtime)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "VR authentication interface on top of Kavelin (tools)
 The tessiva command: runs the VR interface against the simulated
-authentication service, translates hints and errors, lists the vocabulary.")
+authentication service, authenticates the device owner through PAM (with the
+tessiva PAM service in /etc/pam.d), translates hints and errors, lists the
+vocabulary.")
+# The PAM service file includes the system's common-auth and common-account.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS libpam-runtime)
 
 # A file that the system reads from /etc (a PAM service file, say) installs
 # with an absolute DESTINATION under ${CMAKE_INSTALL_FULL_SYSCONFDIR} (/etc

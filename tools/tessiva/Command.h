@@ -31,6 +31,7 @@ void expectArgumentCount(Arguments arguments, std::size_t least, std::size_t mos
                          std::string_view synopsis);
 
 int runDemo(Arguments arguments);
+int runAuthenticate(Arguments arguments);
 int runHints(Arguments arguments);
 int runError(Arguments arguments);
 int runVocabulary(Arguments arguments);

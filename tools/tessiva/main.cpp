@@ -1,4 +1,4 @@
-// tessiva: runs the VR interface against the simulated service from the
+// tessiva: runs the VR interface against Tessiva's services from the
 // command line. This file reads the command line and dispatches.
 #include "Command.h"
 
@@ -13,11 +13,17 @@ namespace {
 constexpr std::string_view helpText = R"(Usage: tessiva COMMAND [ARGUMENT...]
 
 Runs Tessiva's VR interface against the authentication service simulated
-inside the library.
+inside the library, or against PAM (authenticate).
 
 Commands:
   demo                  run a scripted session against the simulated service,
                         step by step; the library's log goes to standard error
+  authenticate [--policy NAME] [--service PAM-SERVICE] [--user NAME]
+                        authenticate a user for real through PAM (service
+                        "tessiva", the process's user by default): the
+                        password is read with echo off, one line per prompt
+                        from standard input when it is not a terminal;
+                        exit status 1 when authentication fails, 130 on Ctrl-C
   hints JSON            translate a hints dictionary, given as a JSON object,
                         into the service's options dictionary
   error CODE [MESSAGE]  print the VR error that a KVErrorDomain error with this
@@ -44,8 +50,15 @@ struct Command {
 };
 
 constexpr Command commands[] = {
-    {"demo", runDemo}, {"hints", runHints}, {"error", runError}, {"vocabulary", runVocabulary},
-    {"help", runHelp}, {"--help", runHelp}, {"-h", runHelp},     {"--version", runVersion},
+    {"demo", runDemo},
+    {"authenticate", runAuthenticate},
+    {"hints", runHints},
+    {"error", runError},
+    {"vocabulary", runVocabulary},
+    {"help", runHelp},
+    {"--help", runHelp},
+    {"-h", runHelp},
+    {"--version", runVersion},
 };
 
 int dispatch(const std::vector<std::string_view>& words) {

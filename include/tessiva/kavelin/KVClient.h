@@ -23,12 +23,15 @@ class TESSIVA_PLATFORM_API KVClient : public ObObject {
 public:
     // Asks the installed backend for a client on an externalized context
     // (absent for a new context) with a user-interface delegate (may be
-    // absent). With no backend installed, the simulated service answers
-    // (KVSimulatedService::defaultService()). A process started with the
-    // environment variable TESSIVA_SERVICE=none has no such default: with no
-    // backend installed, the request then replies at once, on the calling
-    // thread, with an absent client and a KVErrorDomain error of code
-    // KVErrorServiceUnavailable, "No authentication service is available.".
+    // absent). With no backend installed, the backend that the environment
+    // variable TESSIVA_SERVICE names (read once) answers: unset, empty or
+    // "simulated" is the simulated service (KVSimulatedService::
+    // defaultService()), "pam" a KVPAMService configured from the environment
+    // (KVPAMService::configurationFromEnvironment()). "none", or any other
+    // name, is no default: with no backend installed, the request then
+    // replies at once, on the calling thread, with an absent client and a
+    // KVErrorDomain error of code KVErrorServiceUnavailable, "No
+    // authentication service is available.".
     static void clientWithExternalizedContext_uiDelegate_reply(
         const ObRef<ObData>& context, const ObRef<KVUIDelegate>& uiDelegate, KVClientReply reply);
 

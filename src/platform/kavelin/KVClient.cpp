@@ -1,15 +1,16 @@
-// Clients come from the installed backend, else from the simulated service;
-// with neither, the request fails at once.
+// Clients come from the installed backend, else from the one the environment
+// names (the simulated service by default); with neither, the request fails
+// at once.
 #include "tessiva/kavelin/KVClient.h"
 
 #include "../os/Seam.h"
+#include "DefaultBackend.h"
 #include "tessiva/brindle/KVErrorHelper.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
 
 namespace {
 tessiva::detail::Seam<KVClientBackend>& backendSeam() {
     static auto* seam =
-        new tessiva::detail::Seam<KVClientBackend>(KVSimulatedService::defaultService());
+        new tessiva::detail::Seam<KVClientBackend>(tessiva::detail::environmentBackend());
     return *seam;
 }
 

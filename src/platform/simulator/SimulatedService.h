@@ -1,11 +1,10 @@
-// SimulatedService: the simulated service's implementation: its contexts by
-// handle, its passcode and its ACL rule.
+// SimulatedService: the simulated service's implementation: the shared
+// service machinery judged by a passcode of its own.
 #pragma once
 
-#include "SimulatedContext.h"
+#include "../service/ServiceCore.h"
+#include "PasscodeVerifier.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
-
-#include <mutex>
 
 namespace tessiva::detail {
 class SimulatedService final : public KVSimulatedService {
@@ -18,19 +17,11 @@ public:
     void setPasscode(const ObRef<ObString>& passcode) override;
     ObRef<ObString> passcode() override;
     void setACLRule(KVACLRule rule) override;
-    KVACLRule aclRule();
-    // Drops the context, so that its handle no longer reaches it.
-    void forget(const SimulatedContext& context);
 
     const char* className() const noexcept override;
 
 private:
-    ObRef<SimulatedContext> newContext();
-
-    std::mutex mutex_;
-    // Handle (ObData) to SimulatedContext.
-    const ObRef<ObMutableDictionary> contexts_;
-    ObRef<ObString> passcode_;
-    KVACLRule aclRule_;
+    const ObRef<PasscodeVerifierSource> passcodes_;
+    const ObRef<ServiceCore> core_;
 };
 } // namespace tessiva::detail

@@ -1,8 +1,8 @@
-// The simulated service's errors.
+// The errors of Tessiva's services.
 #include "ServiceErrors.h"
 
 #include "tessiva/brindle/KVErrorHelper.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
 
 namespace tessiva::detail {
 namespace {

@@ -4,7 +4,6 @@
 #include "ServiceErrors.h"
 #include "ServiceVocabulary.h"
 #include "tessiva/brindle/KVErrorHelper.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObNumber.h"
 
 #include <algorithm>
@@ -63,7 +62,7 @@ std::optional<EvaluationOptions> fail(ObConstantString& message, ObRef<ObError>*
 std::optional<EvaluationOptions> EvaluationOptions::read(const ObRef<ObDictionary>& options,
                                                          ObRef<ObError>* error) {
     EvaluationOptions result;
-    result.maxPasscodeFailures = KVSimulatedService::defaultMaxPasscodeFailures;
+    result.maxPasscodeFailures = defaultMaxPasscodeFailures;
 
     if (ObRef<ObObject> object = option(options, nonInteractiveOption)) {
         ObRef<ObNumber> number = ob_cast<ObNumber>(object);

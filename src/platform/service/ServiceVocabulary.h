@@ -1,4 +1,4 @@
-// The numbers the simulated service raises events and reads answers with.
+// The numbers Tessiva's services raise events and read answers with.
 #pragma once
 
 #include "tessiva/object/ObDefines.h"
@@ -7,6 +7,9 @@ namespace tessiva::detail {
 inline constexpr ObInteger passcodeEvent = 2;
 // Parameters of the passcode event.
 inline constexpr ObInteger activeParameter = 0;
+// The service's own texts for the user (PAM's notices and errors); the VR
+// side reads it as the event's status.
+inline constexpr ObInteger noticeParameter = 1;
 inline constexpr ObInteger remoteViewBundleParameter = 3;
 inline constexpr ObInteger remoteViewNameParameter = 4;
 inline constexpr ObInteger attemptsLeftParameter = 5;

@@ -1,4 +1,4 @@
-// The threads the simulated service does its waiting on.
+// The threads Tessiva's services do their waiting on.
 #pragma once
 
 #include <functional>

@@ -1,11 +1,12 @@
-// The client operations of the simulated service.
-#include "SimulatedClient.h"
+// The client operations every Tessiva service shares.
+#include "ServiceClient.h"
 
-#include "PasscodeEvaluation.h"
+#include "Evaluation.h"
 #include "ServiceErrors.h"
 #include "ServiceThread.h"
 #include "ServiceVocabulary.h"
 #include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObMake.h"
 
@@ -15,7 +16,6 @@ constexpr ObInteger ridgeScanPolicy = 1;
 constexpr ObInteger firstPasscodePolicy = 1000;
 constexpr ObInteger lastPasscodePolicy = 1007;
 
-OB_CONSTANT_STRING(noSensorMessage, "This device has no ridge-scan sensor.");
 OB_CONSTANT_STRING(notInteractiveMessage,
                    "The evaluation needs the user, and user interaction is not allowed.");
 OB_CONSTANT_STRING(deniedMessage, "The ACL does not allow the operation.");
@@ -23,25 +23,22 @@ OB_CONSTANT_STRING(noPasscodeWantedMessage, "No evaluation is waiting for a pass
 OB_CONSTANT_STRING(stoppedMessage, "The application stopped the evaluation.");
 OB_CONSTANT_STRING(invalidatedCancelMessage, "The context was invalidated during the evaluation.");
 
-ObRef<ObError> policyError(ObInteger policy) {
-    if (policy == ridgeScanPolicy)
-        return serviceError(KVErrorBiometryNotAvailable, &noSensorMessage);
-    if (policy < firstPasscodePolicy || policy > lastPasscodePolicy)
-        return serviceError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
-    return nullptr;
+bool isKnownPolicy(ObInteger policy) {
+    return policy == ridgeScanPolicy ||
+           (policy >= firstPasscodePolicy && policy <= lastPasscodePolicy);
 }
 } // namespace
 
-void SimulatedClient::invalidate() {
-    ObRef<PasscodeEvaluation> running = context_->invalidate();
+void ServiceClient::invalidate() {
+    ObRef<Evaluation> running = context_->invalidate();
     service_->forget(*context_);
     if (running)
         running->fail(serviceError(KVErrorAppCancel, &invalidatedCancelMessage));
 }
 
-void SimulatedClient::evaluatePolicy_options_reply(ObInteger policy,
-                                                   const ObRef<ObDictionary>& options,
-                                                   KVResultReply reply) {
+void ServiceClient::evaluatePolicy_options_reply(ObInteger policy,
+                                                 const ObRef<ObDictionary>& options,
+                                                 KVResultReply reply) {
     if (ObRef<ObError> error = startEvaluation(policy, options, reply)) {
         // Replies come from a service thread even when nothing was started.
         runOnServiceThread(
@@ -49,22 +46,23 @@ void SimulatedClient::evaluatePolicy_options_reply(ObInteger policy,
     }
 }
 
-ObRef<ObError> SimulatedClient::startEvaluation(ObInteger policy,
-                                                const ObRef<ObDictionary>& options,
-                                                const KVResultReply& reply) {
+ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDictionary>& options,
+                                              const KVResultReply& reply) {
     if (context_->isInvalidated())
         return invalidatedContextError();
-    if (ObRef<ObError> error = policyError(policy))
-        return error;
+    if (!isKnownPolicy(policy))
+        return serviceError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
     ObRef<ObError> error;
+    ObRef<Verifier> verifier = service_->verifiers()->verifierForPolicy(policy, &error);
+    if (!verifier)
+        return error;
     std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);
     if (!read)
         return error;
     if (!read->interactive)
         return serviceError(KVErrorNotInteractive, &notInteractiveMessage);
 
-    auto evaluation = ObMake<PasscodeEvaluation>(*read, std::string(service_->passcode()->text()),
-                                                 delegate_, context_, reply);
+    auto evaluation = ObMake<Evaluation>(*read, std::move(verifier), delegate_, context_, reply);
     if (ObRef<ObError> refused = context_->begin(evaluation))
         return refused;
     try {
@@ -76,10 +74,10 @@ ObRef<ObError> SimulatedClient::startEvaluation(ObInteger policy,
     return nullptr;
 }
 
-void SimulatedClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
-                                                          const ObRef<ObObject>& operation,
-                                                          const ObRef<ObDictionary>&,
-                                                          KVResultReply reply) {
+void ServiceClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
+                                                        const ObRef<ObObject>& operation,
+                                                        const ObRef<ObDictionary>&,
+                                                        KVResultReply reply) {
     if (context_->isInvalidated()) {
         reply(nullptr, invalidatedContextError());
         return;
@@ -92,12 +90,12 @@ void SimulatedClient::evaluateACL_operation_options_reply(const ObRef<ObObject>&
     reply(ObDictionary::make(), nullptr);
 }
 
-void SimulatedClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) {
+void ServiceClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) {
     if (context_->isInvalidated()) {
         reply(false, invalidatedContextError());
         return;
     }
-    ObRef<PasscodeEvaluation> running = context_->runningEvaluation();
+    ObRef<Evaluation> running = context_->runningEvaluation();
     if (!running || !running->enterPasscode(password)) {
         reply(false, serviceError(KVErrorNoEventProcessed, &noPasscodeWantedMessage));
         return;
@@ -105,15 +103,14 @@ void SimulatedClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuc
     reply(true, nullptr);
 }
 
-void SimulatedClient::failProcessedEvent_failureError_reply(ObInteger event,
-                                                            const ObRef<ObObject>& failureError,
-                                                            KVSuccessReply reply) {
+void ServiceClient::failProcessedEvent_failureError_reply(ObInteger event,
+                                                          const ObRef<ObObject>& failureError,
+                                                          KVSuccessReply reply) {
     if (context_->isInvalidated()) {
         reply(false, invalidatedContextError());
         return;
     }
-    ObRef<PasscodeEvaluation> running =
-        event == passcodeEvent ? context_->runningEvaluation() : nullptr;
+    ObRef<Evaluation> running = event == passcodeEvent ? context_->runningEvaluation() : nullptr;
     ObRef<ObError> error = ob_cast<ObError>(failureError);
     if (!error)
         error = serviceError(KVErrorAppCancel, &stoppedMessage);
@@ -125,7 +122,7 @@ void SimulatedClient::failProcessedEvent_failureError_reply(ObInteger event,
     reply(true, nullptr);
 }
 
-const char* SimulatedClient::className() const noexcept {
-    return "SimulatedClient";
+const char* ServiceClient::className() const noexcept {
+    return service_->clientClassName();
 }
 } // namespace tessiva::detail

@@ -1,26 +1,26 @@
 // A context's state: invalidation and the one evaluation it may run.
-#include "SimulatedContext.h"
+#include "ServiceContext.h"
 
-#include "PasscodeEvaluation.h"
+#include "Evaluation.h"
 #include "ServiceErrors.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
 
 namespace tessiva::detail {
 namespace {
 OB_CONSTANT_STRING(busyMessage, "The context is already running an evaluation.");
 } // namespace
 
-SimulatedContext::SimulatedContext(ObRef<ObData> handle, ObRef<ObString> creator) noexcept
+ServiceContext::ServiceContext(ObRef<ObData> handle, ObRef<ObString> creator) noexcept
     : handle_(std::move(handle)), creator_(std::move(creator)) {}
 
-SimulatedContext::~SimulatedContext() = default;
+ServiceContext::~ServiceContext() = default;
 
-bool SimulatedContext::isInvalidated() {
+bool ServiceContext::isInvalidated() {
     std::lock_guard lock(mutex_);
     return invalidated_;
 }
 
-ObRef<ObError> SimulatedContext::begin(const ObRef<PasscodeEvaluation>& evaluation) {
+ObRef<ObError> ServiceContext::begin(const ObRef<Evaluation>& evaluation) {
     std::lock_guard lock(mutex_);
     if (invalidated_)
         return invalidatedContextError();
@@ -30,25 +30,25 @@ ObRef<ObError> SimulatedContext::begin(const ObRef<PasscodeEvaluation>& evaluati
     return nullptr;
 }
 
-void SimulatedContext::finish(const PasscodeEvaluation& evaluation) {
+void ServiceContext::finish(const Evaluation& evaluation) {
     // The caller holds the evaluation, so letting go here never destroys it.
     std::lock_guard lock(mutex_);
     if (running_.get() == &evaluation)
         running_ = nullptr;
 }
 
-ObRef<PasscodeEvaluation> SimulatedContext::runningEvaluation() {
+ObRef<Evaluation> ServiceContext::runningEvaluation() {
     std::lock_guard lock(mutex_);
     return running_;
 }
 
-ObRef<PasscodeEvaluation> SimulatedContext::invalidate() {
+ObRef<Evaluation> ServiceContext::invalidate() {
     std::lock_guard lock(mutex_);
     invalidated_ = true;
     return std::exchange(running_, nullptr);
 }
 
-const char* SimulatedContext::className() const noexcept {
-    return "SimulatedContext";
+const char* ServiceContext::className() const noexcept {
+    return "ServiceContext";
 }
 } // namespace tessiva::detail

@@ -1,8 +1,10 @@
-// PasscodeEvaluation: one policy evaluation of the simulated service, which
-// asks for the passcode until it is right, refused, stopped or out of time.
+// Evaluation: one policy evaluation of a Tessiva service, which asks for the
+// passcode through the passcode event until its verifier accepts an answer,
+// or the evaluation is refused, stopped or out of time.
 #pragma once
 
 #include "EvaluationOptions.h"
+#include "Verifier.h"
 #include "tessiva/kavelin/KVClient.h"
 
 #include <condition_variable>
@@ -11,13 +13,12 @@
 #include <string>
 
 namespace tessiva::detail {
-class SimulatedContext;
+class ServiceContext;
 
-class PasscodeEvaluation final : public ObObject {
+class Evaluation final : public ObObject {
 public:
-    PasscodeEvaluation(EvaluationOptions options, std::string passcode,
-                       ObRef<KVUIDelegate> delegate, ObRef<SimulatedContext> context,
-                       KVResultReply reply);
+    Evaluation(EvaluationOptions options, ObRef<Verifier> verifier, ObRef<KVUIDelegate> delegate,
+               ObRef<ServiceContext> context, KVResultReply reply);
 
     // Runs the evaluation to its end and replies; on a service thread.
     void run();
@@ -32,6 +33,7 @@ public:
     const char* className() const noexcept override;
 
 private:
+    class AttemptConversation;
     struct Outcome {
         ObRef<ObDictionary> result;
         ObRef<ObError> error;
@@ -39,32 +41,44 @@ private:
     struct Prompt {
         ObUInteger round;
         ObInteger attemptsLeft;
+        std::string notice;
     };
     // The passcode event to raise for the current round; none when there is
     // nobody to ask, the caller filtered it out, or it is answered already.
     std::optional<Prompt> nextPrompt();
-    void raise(Prompt prompt);
+    void raise(const Prompt& prompt);
     void raiseClosingEvent();
-    // Waits for an answer, a failure or the deadline; the outcome once decided.
-    std::optional<Outcome>
-    awaitRound(std::optional<std::chrono::steady_clock::time_point> deadline);
+    // The answer to the current round, once given; absent when the evaluation
+    // stops first or the answer is no passcode (which spoils the attempt).
+    std::optional<SecretText> awaitAnswer();
+    void tell(std::string_view text);
+    // What the attempt's verification and the evaluation's state decide.
+    std::optional<Outcome> judge(const Verification& verification);
     void answerEvent(ObUInteger round, const ObRef<ObDictionary>& response,
                      const ObRef<ObError>& error);
 
     const EvaluationOptions options_;
-    const std::string passcode_;
     // Read and cleared by the evaluation's own thread only.
+    ObRef<Verifier> verifier_;
     ObRef<KVUIDelegate> delegate_;
-    const ObRef<SimulatedContext> context_;
+    const ObRef<ServiceContext> context_;
     KVResultReply reply_;
+    std::optional<std::chrono::steady_clock::time_point> deadline_;
+    bool raised_ = false;
 
     std::mutex mutex_;
     std::condition_variable changed_;
     ObInteger failures_ = 0;
-    // Each raised passcode event is one round; a wrong passcode starts the next.
+    // Each raised passcode event is one round; a wrong passcode, or a second
+    // question in one attempt, starts the next.
     ObUInteger round_ = 1;
     bool roundAnswered_ = false;
     std::optional<ObRef<ObObject>> pendingPasscode_;
+    // The attempt got an answer that was no passcode, or none in time.
+    bool attemptSpoiled_ = false;
+    bool timedOut_ = false;
+    // The service's texts for the user since the last raised event.
+    std::string notice_;
     ObRef<ObError> failure_;
     bool ended_ = false;
 };

@@ -1,4 +1,4 @@
-// The errors the simulated service replies with, all in KVErrorDomain.
+// The errors Tessiva's services reply with, all in KVErrorDomain.
 #pragma once
 
 #include "tessiva/object/ObError.h"

@@ -1,11 +1,12 @@
-// The passcode evaluation: rounds of the passcode event until an outcome.
-#include "PasscodeEvaluation.h"
+// The evaluation: attempts judged by the service's verifier, each answered
+// through rounds of the passcode event, until an outcome.
+#include "Evaluation.h"
 
+#include "ServiceContext.h"
 #include "ServiceErrors.h"
 #include "ServiceVocabulary.h"
-#include "SimulatedContext.h"
 #include "tessiva/brindle/KVErrorHelper.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
 
@@ -19,6 +20,7 @@ OB_CONSTANT_STRING(timedOutMessage, "The user did not authenticate in time.");
 OB_CONSTANT_STRING(unknownExceptionMessage,
                    "The user-interface delegate raised an exception of an unknown type.");
 OB_CONSTANT_STRING(declinedMessage, "The user declined to enter the passcode.");
+OB_CONSTANT_STRING(verifierFailedMessage, "The authentication service failed unexpectedly.");
 
 ObRef<ObNumber> number(ObInteger value) {
     return ObNumber::make(value);
@@ -33,35 +35,50 @@ ObRef<ObDictionary> successResult() {
 }
 } // namespace
 
-PasscodeEvaluation::PasscodeEvaluation(EvaluationOptions options, std::string passcode,
-                                       ObRef<KVUIDelegate> delegate,
-                                       ObRef<SimulatedContext> context, KVResultReply reply)
-    : options_(options), passcode_(std::move(passcode)), delegate_(std::move(delegate)),
+// Hands the verifier the evaluation's rounds; lives for one run.
+class Evaluation::AttemptConversation final : public Conversation {
+public:
+    explicit AttemptConversation(Evaluation& evaluation) noexcept : evaluation_(evaluation) {}
+    std::optional<SecretText> askPasscode() override { return evaluation_.awaitAnswer(); }
+    void tell(std::string_view text) override { evaluation_.tell(text); }
+
+private:
+    Evaluation& evaluation_;
+};
+
+Evaluation::Evaluation(EvaluationOptions options, ObRef<Verifier> verifier,
+                       ObRef<KVUIDelegate> delegate, ObRef<ServiceContext> context,
+                       KVResultReply reply)
+    : options_(options), verifier_(std::move(verifier)), delegate_(std::move(delegate)),
       context_(std::move(context)), reply_(std::move(reply)) {}
 
-void PasscodeEvaluation::run() {
-    std::optional<std::chrono::steady_clock::time_point> deadline;
+void Evaluation::run() {
     if (options_.timeout)
-        deadline = std::chrono::steady_clock::now() + *options_.timeout;
-    bool raised = false;
+        deadline_ = std::chrono::steady_clock::now() + *options_.timeout;
+    AttemptConversation conversation(*this);
     std::optional<Outcome> outcome;
     while (!outcome) {
-        if (std::optional<Prompt> prompt = nextPrompt()) {
-            raise(*prompt);
-            raised = true;
+        Verification verification{Verdict::failed, nullptr};
+        try {
+            verification = verifier_->verify(conversation);
+        } catch (...) {
+            // Anything escaping would end the process from this service thread.
+            verification.error = serviceError(KVErrorServiceUnavailable, &verifierFailedMessage);
         }
-        outcome = awaitRound(deadline);
+        outcome = judge(verification);
     }
-    if (raised)
+    if (raised_)
         raiseClosingEvent();
-    // A delegate may keep an unanswered reply, which holds this evaluation.
+    // A delegate may keep an unanswered reply, which holds this evaluation;
+    // the verifier lets go of what it holds in the service on this thread.
     delegate_ = nullptr;
+    verifier_ = nullptr;
     context_->finish(*this);
     KVResultReply reply = std::move(reply_);
     reply(outcome->result, outcome->error);
 }
 
-bool PasscodeEvaluation::enterPasscode(ObRef<ObObject> passcode) {
+bool Evaluation::enterPasscode(ObRef<ObObject> passcode) {
     {
         std::lock_guard lock(mutex_);
         if (ended_ || failure_ || roundAnswered_)
@@ -73,7 +90,7 @@ bool PasscodeEvaluation::enterPasscode(ObRef<ObObject> passcode) {
     return true;
 }
 
-bool PasscodeEvaluation::fail(ObRef<ObError> error) {
+bool Evaluation::fail(ObRef<ObError> error) {
     {
         std::lock_guard lock(mutex_);
         if (ended_ || failure_)
@@ -84,22 +101,25 @@ bool PasscodeEvaluation::fail(ObRef<ObError> error) {
     return true;
 }
 
-std::optional<PasscodeEvaluation::Prompt> PasscodeEvaluation::nextPrompt() {
+std::optional<Evaluation::Prompt> Evaluation::nextPrompt() {
     std::lock_guard lock(mutex_);
+    std::string notice = std::exchange(notice_, {});
     if (!delegate_ || !options_.raisesPasscodeEvent || roundAnswered_ || failure_)
         return std::nullopt;
-    return Prompt{round_, options_.maxPasscodeFailures - failures_};
+    return Prompt{round_, options_.maxPasscodeFailures - failures_, std::move(notice)};
 }
 
-void PasscodeEvaluation::raise(Prompt prompt) {
+void Evaluation::raise(const Prompt& prompt) {
     ObRef<ObMutableDictionary> parameters = ObMutableDictionary::make();
     parameters->setObject_forKey(ObNumber::makeBool(true), number(activeParameter));
     parameters->setObject_forKey(number(prompt.attemptsLeft), number(attemptsLeftParameter));
+    if (!prompt.notice.empty())
+        parameters->setObject_forKey(ObString::make(prompt.notice), number(noticeParameter));
     if (options_.showsRemoteView) {
         parameters->setObject_forKey(&remoteViewBundle, number(remoteViewBundleParameter));
         parameters->setObject_forKey(&remoteViewName, number(remoteViewNameParameter));
     }
-    ObRef<PasscodeEvaluation> self(this);
+    ObRef<Evaluation> self(this);
     try {
         delegate_->event_params_reply(
             passcodeEvent, parameters->copy(),
@@ -117,7 +137,7 @@ void PasscodeEvaluation::raise(Prompt prompt) {
     }
 }
 
-void PasscodeEvaluation::raiseClosingEvent() {
+void Evaluation::raiseClosingEvent() {
     try {
         delegate_->event_params_reply(
             passcodeEvent,
@@ -128,26 +148,64 @@ void PasscodeEvaluation::raiseClosingEvent() {
     }
 }
 
-std::optional<PasscodeEvaluation::Outcome>
-PasscodeEvaluation::awaitRound(std::optional<std::chrono::steady_clock::time_point> deadline) {
+std::optional<SecretText> Evaluation::awaitAnswer() {
+    {
+        std::lock_guard lock(mutex_);
+        // A verifier asking again within one attempt asks a new question.
+        if (roundAnswered_ && !pendingPasscode_) {
+            ++round_;
+            roundAnswered_ = false;
+        }
+    }
+    if (std::optional<Prompt> prompt = nextPrompt()) {
+        raise(*prompt);
+        raised_ = true;
+    }
     std::unique_lock lock(mutex_);
     auto answered = [this] { return failure_ || pendingPasscode_; };
-    if (!deadline) {
+    if (!deadline_) {
         changed_.wait(lock, answered);
-    } else if (!changed_.wait_until(lock, *deadline, answered)) {
-        ended_ = true;
-        return Outcome{nullptr, serviceError(KVErrorTimedOut, &timedOutMessage)};
+    } else if (!changed_.wait_until(lock, *deadline_, answered)) {
+        ended_ = timedOut_ = true;
+        return std::nullopt;
     }
+    if (failure_) {
+        ended_ = true;
+        return std::nullopt;
+    }
+    ObRef<ObString> attempt = ob_cast<ObString>(*pendingPasscode_);
+    pendingPasscode_.reset();
+    if (!attempt) {
+        attemptSpoiled_ = true;
+        return std::nullopt;
+    }
+    return SecretText(attempt->text());
+}
+
+void Evaluation::tell(std::string_view text) {
+    std::lock_guard lock(mutex_);
+    if (!notice_.empty())
+        notice_ += '\n';
+    notice_ += text;
+}
+
+std::optional<Evaluation::Outcome> Evaluation::judge(const Verification& verification) {
+    std::lock_guard lock(mutex_);
     if (failure_) {
         ended_ = true;
         return Outcome{nullptr, failure_};
     }
-    ObRef<ObString> attempt = ob_cast<ObString>(*pendingPasscode_);
-    pendingPasscode_.reset();
-    if (attempt && attempt->text() == passcode_) {
+    if (timedOut_)
+        return Outcome{nullptr, serviceError(KVErrorTimedOut, &timedOutMessage)};
+    if (!attemptSpoiled_ && verification.verdict == Verdict::accepted) {
         ended_ = true;
         return Outcome{successResult(), nullptr};
     }
+    if (!attemptSpoiled_ && verification.verdict == Verdict::failed) {
+        ended_ = true;
+        return Outcome{nullptr, verification.error};
+    }
+    attemptSpoiled_ = false;
     if (++failures_ >= options_.maxPasscodeFailures) {
         ended_ = true;
         return Outcome{nullptr, serviceError(KVErrorAuthenticationFailed,
@@ -157,11 +215,12 @@ PasscodeEvaluation::awaitRound(std::optional<std::chrono::steady_clock::time_poi
     }
     ++round_;
     roundAnswered_ = false;
+    pendingPasscode_.reset();
     return std::nullopt;
 }
 
-void PasscodeEvaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& response,
-                                     const ObRef<ObError>& error) {
+void Evaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& response,
+                             const ObRef<ObError>& error) {
     {
         std::lock_guard lock(mutex_);
         if (ended_ || failure_ || roundAnswered_ || round != round_)
@@ -182,7 +241,7 @@ void PasscodeEvaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>
     changed_.notify_all();
 }
 
-const char* PasscodeEvaluation::className() const noexcept {
-    return "PasscodeEvaluation";
+const char* Evaluation::className() const noexcept {
+    return "Evaluation";
 }
 } // namespace tessiva::detail

@@ -1,5 +1,5 @@
 // EvaluationOptions: what a policy evaluation's options dictionary asks of the
-// simulated service.
+// service.
 #pragma once
 
 #include "tessiva/object/ObDictionary.h"
@@ -9,6 +9,9 @@
 #include <optional>
 
 namespace tessiva::detail {
+// The passcode failures an evaluation allows unless option 1004 says.
+inline constexpr ObInteger defaultMaxPasscodeFailures = 3;
+
 struct EvaluationOptions {
     bool interactive = true;
     std::optional<std::chrono::seconds> timeout;

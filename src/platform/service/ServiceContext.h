@@ -1,4 +1,4 @@
-// SimulatedContext: one authentication context of the simulated service, as
+// ServiceContext: one authentication context of a Tessiva service, as
 // shared by every client that reaches it through its handle.
 #pragma once
 
@@ -9,13 +9,13 @@
 #include <mutex>
 
 namespace tessiva::detail {
-class PasscodeEvaluation;
+class Evaluation;
 
-class SimulatedContext final : public ObObject {
+class ServiceContext final : public ObObject {
 public:
-    // Defined where PasscodeEvaluation is complete.
-    SimulatedContext(ObRef<ObData> handle, ObRef<ObString> creator) noexcept;
-    ~SimulatedContext() override;
+    // Defined where Evaluation is complete..
+    ServiceContext(ObRef<ObData> handle, ObRef<ObString> creator) noexcept;
+    ~ServiceContext() override;
 
     const ObRef<ObData>& handle() const noexcept { return handle_; }
     const ObRef<ObString>& creator() const noexcept { return creator_; }
@@ -23,13 +23,13 @@ public:
     bool isInvalidated();
     // Makes the evaluation the context's running one; the error when the
     // context was invalidated or already runs one.
-    ObRef<ObError> begin(const ObRef<PasscodeEvaluation>& evaluation);
+    ObRef<ObError> begin(const ObRef<Evaluation>& evaluation);
     // Ends the evaluation's turn, when it is still the running one.
-    void finish(const PasscodeEvaluation& evaluation);
-    ObRef<PasscodeEvaluation> runningEvaluation();
+    void finish(const Evaluation& evaluation);
+    ObRef<Evaluation> runningEvaluation();
     // Ends the context; returns the evaluation it was running, for the caller
     // to stop outside the lock.
-    ObRef<PasscodeEvaluation> invalidate();
+    ObRef<Evaluation> invalidate();
 
     const char* className() const noexcept override;
 
@@ -38,6 +38,6 @@ private:
     const ObRef<ObString> creator_;
     std::mutex mutex_;
     bool invalidated_ = false;
-    ObRef<PasscodeEvaluation> running_;
+    ObRef<Evaluation> running_;
 };
 } // namespace tessiva::detail

@@ -1,15 +1,15 @@
-// SimulatedClient: a KVClient of the simulated service, on one context and
-// with its own user-interface delegate.
+// ServiceClient: a KVClient of a Tessiva service, on one context and with
+// its own user-interface delegate.
 #pragma once
 
-#include "SimulatedContext.h"
-#include "SimulatedService.h"
+#include "ServiceContext.h"
+#include "ServiceCore.h"
 
 namespace tessiva::detail {
-class SimulatedClient final : public KVClient {
+class ServiceClient final : public KVClient {
 public:
-    SimulatedClient(ObRef<SimulatedService> service, ObRef<SimulatedContext> context,
-                    ObRef<KVUIDelegate> delegate) noexcept
+    ServiceClient(ObRef<ServiceCore> service, ObRef<ServiceContext> context,
+                  ObRef<KVUIDelegate> delegate) noexcept
         : service_(std::move(service)), context_(std::move(context)),
           delegate_(std::move(delegate)) {}
 
@@ -34,8 +34,8 @@ private:
     ObRef<ObError> startEvaluation(ObInteger policy, const ObRef<ObDictionary>& options,
                                    const KVResultReply& reply);
 
-    const ObRef<SimulatedService> service_;
-    const ObRef<SimulatedContext> context_;
+    const ObRef<ServiceCore> service_;
+    const ObRef<ServiceContext> context_;
     const ObRef<KVUIDelegate> delegate_;
 };
 } // namespace tessiva::detail

@@ -1,0 +1,14 @@
+// The users, passwords and PAM services that the PAM suites' main writes.
+#pragma once
+
+namespace tessiva::test {
+inline constexpr const char* pamService = "tessiva-test";
+inline constexpr const char* pamVerboseService = "tessiva-test-verbose";
+inline constexpr const char* pamEchoService = "tessiva-test-echo";
+inline constexpr const char* pamUser = "alice";
+inline constexpr const char* pamPassword = "correct horse";
+inline constexpr const char* pamOtherUser = "bob";
+inline constexpr const char* pamOtherPassword = "battery staple";
+// Known to the password database, but allowed only another service.
+inline constexpr const char* pamForeignUser = "dora";
+} // namespace tessiva::test
