@@ -8,6 +8,16 @@
 
 ObObject::~ObObject() = default;
 
+namespace {
+// Objects whose last share went while another object of this thread was being
+// destroyed, waiting their turn, so that releasing a deep graph runs one
+// destructor after another instead of one inside another. The list is linked
+// through the dead objects' own counts; plain pointers keep it free of any
+// thread-exit order.
+constinit thread_local const ObObject* pendingDestruction = nullptr;
+constinit thread_local bool destroying = false;
+} // namespace
+
 void ObObject::retain() const noexcept {
     // Constants are read-only: reading the marker first keeps them unwritten,
     // so sharing them between threads costs no cache-line traffic.
@@ -20,7 +30,23 @@ void ObObject::release() const noexcept {
     if (count_.load(std::memory_order_relaxed) == immortalCount)
         return;
     if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete this;
+        destroy();
+}
+
+void ObObject::destroy() const noexcept {
+    if (destroying) {
+        count_.store(reinterpret_cast<ObUInteger>(pendingDestruction), std::memory_order_relaxed);
+        pendingDestruction = this;
+        return;
+    }
+    destroying = true;
+    delete this;
+    while (const ObObject* next = pendingDestruction) {
+        pendingDestruction =
+            reinterpret_cast<const ObObject*>(next->count_.load(std::memory_order_relaxed));
+        delete next;
+    }
+    destroying = false;
 }
 
 bool ObObject::isImmortal() const noexcept {
