@@ -1,6 +1,7 @@
 // The simulated service: contexts by random handle, and its configuration.
 #include "SimulatedService.h"
 
+#include "../kavelin/ServiceChoice.h"
 #include "ServiceErrors.h"
 #include "SimulatedClient.h"
 #include "tessiva/object/ObMake.h"
@@ -103,8 +104,7 @@ const char* SimulatedService::className() const noexcept {
 namespace {
 // Read once: a process runs with a service or without one for its whole life.
 bool environmentDisablesService() {
-    const char* value = std::getenv("TESSIVA_SERVICE");
-    return value != nullptr && std::string_view(value) == "none";
+    return tessiva::detail::configuredService() == tessiva::detail::ServiceChoice::None;
 }
 } // namespace
 
