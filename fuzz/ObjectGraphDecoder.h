@@ -126,21 +126,29 @@ public:
     ObjectGraphDecoder(const ObjectGraphDecoder&) = delete;
     ObjectGraphDecoder& operator=(const ObjectGraphDecoder&) = delete;
 
-    // Any object, absent included.
-    ObRef<ObObject> object() { return decode(0).object; }
+    // Any object, absent included. Each graph asked for here, or with
+    // dictionary() or error(), is bounded on its own.
+    ObRef<ObObject> object() {
+        weight_ = 0;
+        return decode(0).object;
+    }
     // A present object (the containers refuse absent ones).
     ObRef<ObObject> presentObject() {
         ObRef<ObObject> made = object();
         return made ? made : ObRef<ObObject>(ObNumber::make(integer()));
     }
     // Mostly a dictionary of some dictionary class; sometimes absent.
-    ObRef<ObDictionary> dictionary() { return dictionary(0); }
+    ObRef<ObDictionary> dictionary() {
+        weight_ = 0;
+        return dictionary(0);
+    }
     // A string of any kind: vocabulary, equal copy, caller's class or random.
     ObRef<ObString> string() { return ob_cast<ObString>(leaf(Kind::Word, 0)); }
     // Mostly an error of any domain, with any code and user info; sometimes absent.
     ObRef<ObError> error() {
         if (bytes_.ConsumeIntegralInRange(0, 7) == 0)
             return nullptr;
+        weight_ = 0;
         return ob_cast<ObError>(leaf(Kind::Error, 0));
     }
     // Mostly small numbers, sometimes any.
@@ -325,7 +333,7 @@ private:
     FuzzedDataProvider bytes_;
     const std::vector<ObRef<ObString>>& vocabulary_;
     std::vector<std::unique_ptr<fuzz::CallerString>> callerStrings_;
-    // The weight of everything decoded so far, shared leaves counted each time.
+    // The weight of the graph being decoded, shared leaves counted each time.
     std::size_t weight_ = 0;
 };
 
