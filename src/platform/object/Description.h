@@ -14,8 +14,8 @@ namespace tessiva::detail {
 // nested very deep would otherwise make endless or exhaust the stack with.
 // A container met again inside itself prints as cycleMarker; one nested
 // deeper than maxDescriptionDepth prints as cutMarker; once the text has
-// grown past maxDescriptionLength bytes, each open container ends with
-// cutMarker in place of its remaining items.
+// grown past maxDescriptionLength bytes, each container ends with cutMarker
+// in place of its items after the first.
 inline constexpr std::size_t maxDescriptionDepth = 256;
 inline constexpr std::size_t maxDescriptionLength = std::size_t{1} << 20;
 inline constexpr std::string_view cycleMarker = "<cycle>";

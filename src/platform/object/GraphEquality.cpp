@@ -1,6 +1,8 @@
 // The per-thread work list behind container equality.
 #include "GraphEquality.h"
 
+#include "FastThreadLocal.h"
+
 #include <cstdint>
 #include <functional>
 #include <unordered_set>
@@ -17,7 +19,7 @@ struct PairHash {
     }
 };
 
-constinit thread_local std::vector<std::pair<const ObObject*, const ObObject*>>* runningList =
+TESSIVA_FAST_THREAD_LOCAL std::vector<std::pair<const ObObject*, const ObObject*>>* runningList =
     nullptr;
 } // namespace
 

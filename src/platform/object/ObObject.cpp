@@ -1,6 +1,7 @@
 // The root class: reference counting, identity equality, default text form.
 #include "tessiva/object/ObObject.h"
 
+#include "FastThreadLocal.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObString.h"
 
@@ -14,8 +15,8 @@ namespace {
 // destructor after another instead of one inside another. The list is linked
 // through the dead objects' own counts; plain pointers keep it free of any
 // thread-exit order.
-constinit thread_local const ObObject* pendingDestruction = nullptr;
-constinit thread_local bool destroying = false;
+TESSIVA_FAST_THREAD_LOCAL const ObObject* pendingDestruction = nullptr;
+TESSIVA_FAST_THREAD_LOCAL bool destroying = false;
 } // namespace
 
 void ObObject::retain() const noexcept {
@@ -26,14 +27,8 @@ void ObObject::retain() const noexcept {
     count_.fetch_add(1, std::memory_order_relaxed);
 }
 
-void ObObject::release() const noexcept {
-    if (count_.load(std::memory_order_relaxed) == immortalCount)
-        return;
-    if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        destroy();
-}
-
-void ObObject::destroy() const noexcept {
+// Inline: every last release runs it.
+inline void ObObject::destroy() const noexcept {
     if (destroying) {
         count_.store(reinterpret_cast<ObUInteger>(pendingDestruction), std::memory_order_relaxed);
         pendingDestruction = this;
@@ -47,6 +42,13 @@ void ObObject::destroy() const noexcept {
         delete next;
     }
     destroying = false;
+}
+
+void ObObject::release() const noexcept {
+    if (count_.load(std::memory_order_relaxed) == immortalCount)
+        return;
+    if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+        destroy();
 }
 
 bool ObObject::isImmortal() const noexcept {
