@@ -104,29 +104,29 @@ void answerThrough(const VRUIReply& reply, ObjectGraphDecoder& decoder,
     if (!forwards) {
         // An availability report's reply ignores whatever it is given.
         reply(given, error);
-        check(forwarded.size() == before, "an availability report was answered");
+        FUZZ_CHECK(forwarded.size() == before, "an availability report was answered");
         return;
     }
     const ObRef<ObObject> unknown = unknownResponseKey(given);
     try {
         reply(given, error);
-        check(unknown == nullptr, "an unknown response key was forwarded", printed(given));
+        FUZZ_CHECK(unknown == nullptr, "an unknown response key was forwarded", printed(given));
     } catch (const ObInvalidArgumentException& exception) {
         // The reason, not what(): a key's text may hold a NUL.
-        check(unknown != nullptr &&
-                  isFilledWith(exception.reason()->text(), "Unknown response key: %@", unknown),
-              "answer refused", exception.reason()->text());
-        check(forwarded.size() == before, "a refused answer was forwarded");
+        FUZZ_CHECK(unknown != nullptr && isFilledWith(exception.reason()->text(),
+                                                      "Unknown response key: %@", unknown),
+                   "answer refused", exception.reason()->text());
+        FUZZ_CHECK(forwarded.size() == before, "a refused answer was forwarded");
         return;
     }
-    check(forwarded.size() == before + 1, "the answer was not forwarded once");
+    FUZZ_CHECK(forwarded.size() == before + 1, "the answer was not forwarded once");
     const auto& [dictionary, forwardedError] = forwarded.back();
-    check(dictionary != nullptr && forwardedError == error, "forwarded answer",
-          printed(dictionary));
+    FUZZ_CHECK(dictionary != nullptr && forwardedError == error, "forwarded answer",
+               printed(dictionary));
     const ObRef<ObObject> response = given ? given->objectForKey(VREventConsentResponse) : nullptr;
-    check(dictionary->count() == (response ? 1u : 0u) &&
-              dictionary->objectForKey(ObNumber::make(0)) == response,
-          "forwarded answer", printed(dictionary));
+    FUZZ_CHECK(dictionary->count() == (response ? 1u : 0u) &&
+                   dictionary->objectForKey(ObNumber::make(0)) == response,
+               "forwarded answer", printed(dictionary));
 }
 
 } // namespace
@@ -152,43 +152,47 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     try {
         proxy->event_params_reply(event, params, serviceReply);
-        check(!refusedParameter, "a parameter the proxy cannot name was passed on");
+        FUZZ_CHECK(!refusedParameter, "a parameter the proxy cannot name was passed on");
     } catch (const ObInvalidArgumentException& exception) {
         // The renamed dictionary refuses the absent name of the parameter.
-        check(refusedParameter &&
-                  std::string_view(exception.what()) ==
-                      "ObMutableDictionary: attempt to insert an object under an absent key",
-              "parameters refused", exception.what());
-        check(delegate->calls.empty(), "the delegate was called before the refusal");
+        FUZZ_CHECK(refusedParameter &&
+                       std::string_view(exception.what()) ==
+                           "ObMutableDictionary: attempt to insert an object under an absent key",
+                   "parameters refused", exception.what());
+        FUZZ_CHECK(delegate->calls.empty(), "the delegate was called before the refusal");
         return 0;
     }
 
     if (named) {
-        check(delegate->calls.size() == 1, "a named event reached the delegate other than once");
+        FUZZ_CHECK(delegate->calls.size() == 1,
+                   "a named event reached the delegate other than once");
         const RecordingDelegate::Call& call = delegate->calls.front();
-        check(call.event->text() == eventName(ObNumber::make(event).get()), "event name",
-              printed(call.event));
-        check((call.params == nullptr) == (params == nullptr), "params presence");
+        FUZZ_CHECK(call.event->text() == eventName(ObNumber::make(event).get()), "event name",
+                   printed(call.event));
+        FUZZ_CHECK((call.params == nullptr) == (params == nullptr), "params presence");
         if (params) {
-            check(call.params->count() == params->count(), "renamed params", printed(call.params));
+            FUZZ_CHECK(call.params->count() == params->count(), "renamed params",
+                       printed(call.params));
             for (const auto& [key, value] : *params)
-                check(call.params->objectForKey(ObString::make(parameterName(key.get()))) == value,
-                      "renamed param value", printed(call.params));
+                FUZZ_CHECK(call.params->objectForKey(ObString::make(parameterName(key.get()))) ==
+                               value,
+                           "renamed param value", printed(call.params));
         }
     } else {
         // Availability reports: one call per entry, none answered.
-        check(delegate->calls.size() == (params ? params->count() : 0), "availability reports");
+        FUZZ_CHECK(delegate->calls.size() == (params ? params->count() : 0),
+                   "availability reports");
         const ObRef<ObDictionary> reports = params ? params : ObDictionary::make();
         std::size_t i = 0;
         for (const auto& [key, value] : *reports) {
             const RecordingDelegate::Call& call = delegate->calls[i++];
             const char* name = eventName(key.get());
-            check(name != nullptr ? call.event != nullptr && call.event->text() == name
-                                  : call.event == nullptr,
-                  "availability event name", printed(call.event));
-            check(call.params->count() == 1 &&
-                      call.params->objectForKey(VREventParamAvailable) == value,
-                  "availability params", printed(call.params));
+            FUZZ_CHECK(name != nullptr ? call.event != nullptr && call.event->text() == name
+                                       : call.event == nullptr,
+                       "availability event name", printed(call.event));
+            FUZZ_CHECK(call.params->count() == 1 &&
+                           call.params->objectForKey(VREventParamAvailable) == value,
+                       "availability params", printed(call.params));
         }
     }
 

@@ -43,31 +43,34 @@ ObRef<ObString> domain(ObjectGraphDecoder& decoder) {
 void checkTranslation(const ObRef<ObError>& error) {
     const ObRef<ObError> translated = KVLegacyHelper::vrErrorFromKVError(error);
     if (!error) {
-        check(translated == nullptr, "absent did not stay absent");
+        FUZZ_CHECK(translated == nullptr, "absent did not stay absent");
         return;
     }
     if (!error->domain() || !error->domain()->isEqual(KVErrorDomain)) {
-        check(translated == error, "an error of another domain was not passed on", printed(error));
+        FUZZ_CHECK(translated == error, "an error of another domain was not passed on",
+                   printed(error));
         return;
     }
-    check(translated != nullptr && translated != error, "a service error was not translated");
-    check(translated->domain()->isEqual(VRErrorDomain), "translated domain", printed(translated));
-    check(translated->code() == vrCodeFor(error->code()), "translated code", printed(translated));
-    check(translated->userInfo() == error->userInfo(), "translated user info",
-          printed(translated->userInfo()));
-    check(printed(translated) ==
-              printed(ObError::make(VRErrorDomain, translated->code(), error->userInfo())),
-          "translated text form", printed(translated));
+    FUZZ_CHECK(translated != nullptr && translated != error, "a service error was not translated");
+    FUZZ_CHECK(translated->domain()->isEqual(VRErrorDomain), "translated domain",
+               printed(translated));
+    FUZZ_CHECK(translated->code() == vrCodeFor(error->code()), "translated code",
+               printed(translated));
+    FUZZ_CHECK(translated->userInfo() == error->userInfo(), "translated user info",
+               printed(translated->userInfo()));
+    FUZZ_CHECK(printed(translated) ==
+                   printed(ObError::make(VRErrorDomain, translated->code(), error->userInfo())),
+               "translated text form", printed(translated));
 }
 
 void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
     const ObRef<ObError> made = KVLegacyHelper::vrErrorWithCode_andMessage(code, message);
-    check(made != nullptr && made->domain()->isEqual(VRErrorDomain) && made->code() == code,
-          "made error", printed(made));
+    FUZZ_CHECK(made != nullptr && made->domain()->isEqual(VRErrorDomain) && made->code() == code,
+               "made error", printed(made));
     const ObRef<ObDictionary> userInfo = made->userInfo();
-    check(userInfo != nullptr && userInfo->count() == 1, "made user info", printed(userInfo));
+    FUZZ_CHECK(userInfo != nullptr && userInfo->count() == 1, "made user info", printed(userInfo));
     const ObRef<ObObject> text = userInfo->objectForKey(ObLocalizedDescriptionKey);
-    check(message ? text == message : printed(text).empty(), "made message", printed(text));
+    FUZZ_CHECK(message ? text == message : printed(text).empty(), "made message", printed(text));
 }
 
 } // namespace

@@ -115,13 +115,14 @@ std::string expectedFormat(std::string_view format, const std::vector<FormatArgu
 void checkEquality(const ObRef<ObObject>& a, const ObRef<ObObject>& b) {
     if (!a || !b)
         return;
-    check(a->isEqual(a), "an object unequal to itself", printed(a));
+    FUZZ_CHECK(a->isEqual(a), "an object unequal to itself", printed(a));
     const bool equal = a->isEqual(b);
-    check(equal == b->isEqual(a), "equality is not symmetric", printed(a) + " / " + printed(b));
-    check(!equal || a->hash() == b->hash(), "equal objects hash apart",
-          printed(a) + " / " + printed(b));
+    FUZZ_CHECK(equal == b->isEqual(a), "equality is not symmetric",
+               printed(a) + " / " + printed(b));
+    FUZZ_CHECK(!equal || a->hash() == b->hash(), "equal objects hash apart",
+               printed(a) + " / " + printed(b));
     if (const ObMutableDictionary* dictionary = ob_cast_raw<ObMutableDictionary>(a))
-        check(dictionary->copy()->isEqual(a), "a copy differs", printed(a));
+        FUZZ_CHECK(dictionary->copy()->isEqual(a), "a copy differs", printed(a));
 }
 
 } // namespace
@@ -156,12 +157,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     const ObRef<ObString> formatted = ObFormatArguments(format, arguments.data(), arguments.size());
-    check(formatted->text() == expectedFormat(format, arguments), "formatted", formatted->text());
+    FUZZ_CHECK(formatted->text() == expectedFormat(format, arguments), "formatted",
+               formatted->text());
 
     const ObRef<ObObject> first = decoder.object(), second = decoder.object();
     for (const ObRef<ObObject>& object : {first, second}) {
         const std::string text = expectedDescription(object.get());
-        check(printed(object) == text, "text form", printed(object) + " / " + text);
+        FUZZ_CHECK(printed(object) == text, "text form", printed(object) + " / " + text);
     }
     checkEquality(first, second);
     return 0;

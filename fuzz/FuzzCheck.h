@@ -18,10 +18,13 @@ namespace tessiva::fuzz {
     std::abort();
 }
 
-inline void check(bool holds, std::string_view what, std::string_view detail = {}) {
-    if (!holds)
-        fail(what, detail);
-}
+// Stops the run unless `holds`; the detail, often a printed graph, is worked
+// out only then, so that a passing check costs no text.
+#define FUZZ_CHECK(holds, what, ...)                                                               \
+    do {                                                                                           \
+        if (!(holds))                                                                              \
+            ::tessiva::fuzz::fail(what __VA_OPT__(, std::string(__VA_ARGS__)));                    \
+    } while (false)
 
 inline std::string printed(const ObRef<ObObject>& object) {
     return std::string(ObFormat("%@", object)->text());

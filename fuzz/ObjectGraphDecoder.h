@@ -2,7 +2,9 @@
 // so that every harness reaches Tessiva with graphs no caller test thought of:
 // wrong types, equal but distinct strings, callers' own subclasses, deep
 // nesting and large counts. Every graph is a tree over shared leaves, and its
-// printed size is bounded, so one input never takes long to run.
+// size is bounded by a few hundred objects, so one input runs in well under a
+// millisecond: many small graphs find more than a few large ones, and the
+// object library's own suite covers the hostile sizes.
 #pragma once
 
 #include "tessiva/VRConstants.h"
@@ -112,31 +114,41 @@ inline std::vector<ObRef<ObString>> vocabulary() {
 class ObjectGraphDecoder {
 public:
     // At most this many nested containers; deeper requests make leaves.
-    static constexpr int maxDepth = 200;
+    static constexpr int maxDepth = 32;
     // At most this many objects in a graph, counting a shared one each time it
     // appears: that bounds the text of any description.
-    static constexpr std::size_t maxWeight = 1 << 12;
+    static constexpr std::size_t maxWeight = 256;
+    // At most this many copies in a large container.
+    static constexpr std::size_t maxCopies = 64;
 
     ObjectGraphDecoder(const std::uint8_t* data, std::size_t size)
-        : bytes_(data, size), vocabulary_(fuzz::vocabulary()) {}
+        : bytes_(data, size), vocabulary_(sharedVocabulary()) {}
     ObjectGraphDecoder(const ObjectGraphDecoder&) = delete;
     ObjectGraphDecoder& operator=(const ObjectGraphDecoder&) = delete;
 
-    // Any object, absent included.
-    ObRef<ObObject> object() { return decode(0).object; }
+    // Any object, absent included. Each graph asked for here, or with
+    // dictionary() or error(), is bounded on its own.
+    ObRef<ObObject> object() {
+        weight_ = 0;
+        return decode(0).object;
+    }
     // A present object (the containers refuse absent ones).
     ObRef<ObObject> presentObject() {
         ObRef<ObObject> made = object();
         return made ? made : ObRef<ObObject>(ObNumber::make(integer()));
     }
     // Mostly a dictionary of some dictionary class; sometimes absent.
-    ObRef<ObDictionary> dictionary() { return dictionary(0); }
+    ObRef<ObDictionary> dictionary() {
+        weight_ = 0;
+        return dictionary(0);
+    }
     // A string of any kind: vocabulary, equal copy, caller's class or random.
     ObRef<ObString> string() { return ob_cast<ObString>(leaf(Kind::Word, 0)); }
     // Mostly an error of any domain, with any code and user info; sometimes absent.
     ObRef<ObError> error() {
         if (bytes_.ConsumeIntegralInRange(0, 7) == 0)
             return nullptr;
+        weight_ = 0;
         return ob_cast<ObError>(leaf(Kind::Error, 0));
     }
     // Mostly small numbers, sometimes any.
@@ -306,15 +318,22 @@ private:
 
     std::size_t repeatCount(std::size_t eachWeight) {
         const std::size_t left = weight_ < maxWeight ? maxWeight - weight_ : 0;
-        const std::size_t copies = count(std::min<std::size_t>(4096, left / eachWeight));
+        const std::size_t copies = count(std::min<std::size_t>(maxCopies, left / eachWeight));
         weight_ += copies * eachWeight;
         return copies;
     }
 
+    // Made once for the whole run rather than for every input.
+    static const std::vector<ObRef<ObString>>& sharedVocabulary() {
+        static const std::vector<ObRef<ObString>>* const words =
+            new std::vector<ObRef<ObString>>(fuzz::vocabulary());
+        return *words;
+    }
+
     FuzzedDataProvider bytes_;
-    const std::vector<ObRef<ObString>> vocabulary_;
+    const std::vector<ObRef<ObString>>& vocabulary_;
     std::vector<std::unique_ptr<fuzz::CallerString>> callerStrings_;
-    // The weight of everything decoded so far, shared leaves counted each time.
+    // The weight of the graph being decoded, shared leaves counted each time.
     std::size_t weight_ = 0;
 };
 

@@ -14,7 +14,8 @@
 // a bound use the asynchronous forms and stop a pending evaluation themselves
 // (invalidate, or the "StopEvents" client request). Should the service reply
 // more than once, every reply is forwarded, and a synchronous form returns
-// once the first has run.
+// once the first has run, with that first reply's result and error whatever
+// the later ones bring and whichever threads they come from.
 #pragma once
 
 #include "tessiva/TessivaExport.h"
@@ -113,6 +114,11 @@ public:
     // the VR vocabulary. Any other request, absent included, is answered at
     // once with the VR error -1005. With no client a known request sends
     // nothing and the reply is never called.
+    // With logging on (KVLogger), the entry line written to the system log
+    // (syslog(3), or standard error with TESSIVA_LOG_STDERR) holds `params`
+    // in their text form, an "EnterPassword" password included, unless
+    // KVLogger::setRedactingSecrets (or TESSIVA_LOG_REDACT) has the password
+    // shown as "<redacted>".
     void sendClientRequest_params_reply(const ObRef<ObString>& request,
                                         const ObRef<ObDictionary>& params, VRDictionaryReply reply);
 

@@ -4,8 +4,11 @@
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRCredentialReference.h"
+#include "tessiva/brindle/KVLogger.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
+
+#include <vector>
 
 using tessiva::detail::logReferenceEntry;
 using tessiva::detail::logReferenceReply;
@@ -22,6 +25,22 @@ bool isRequest(const ObRef<ObString>& request, const ObString* name) {
     return request && request->text() == name->text();
 }
 
+OB_CONSTANT_STRING(redactedValue, "<redacted>");
+
+// The parameters as the log line shows them: with redaction on, a copy whose
+// password is the marker; otherwise the very dictionary.
+ObRef<ObDictionary> loggedParams(const ObRef<ObDictionary>& params) {
+    if (!params || !KVLogger::sharedInstance()->isRedactingSecrets() ||
+        params->peekObjectForKey(VRClientRequestParamPassword) == nullptr)
+        return params;
+    std::vector<ObDictionary::Entry> entries(params->begin(), params->end());
+    for (ObDictionary::Entry& entry : entries) {
+        if (entry.first->isEqual(VRClientRequestParamPassword))
+            entry.second = &redactedValue;
+    }
+    return ObDictionary::make(std::move(entries));
+}
+
 // Parameters are read as they are, never type-checked; absent parameters
 // read as absent.
 ObRef<ObObject> parameter(const ObRef<ObDictionary>& params, const ObString* key) {
@@ -32,7 +51,7 @@ ObRef<ObObject> parameter(const ObRef<ObDictionary>& params, const ObString* key
 void VRCredentialReference::sendClientRequest_params_reply(const ObRef<ObString>& request,
                                                            const ObRef<ObDictionary>& params,
                                                            VRDictionaryReply reply) {
-    logReferenceEntry(sendClientRequestLog, "%@, %@", request, params);
+    logReferenceEntry(sendClientRequestLog, "%@, %@", request, loggedParams(params));
     KVSuccessReply forward = [reply = std::move(reply)](bool success, ObRef<ObError> error) {
         logReferenceReply(sendClientRequestLog, "-> %@, %@", ObNumber::makeBool(success), error);
         reply(success ? ObDictionary::make() : nullptr, KVLegacyHelper::vrErrorFromKVError(error));

@@ -3,34 +3,39 @@
 #pragma once
 
 #include "tessiva/object/ObError.h"
-#include "tessiva/os/ObAtomicRef.h"
 #include "tessiva/os/ObSemaphore.h"
 
+#include <atomic>
 #include <memory>
 #include <utility>
 
 namespace tessiva::detail {
 
-// Calls `start` with a one-argument reply that keeps the value it receives
-// and signals; then waits for that signal and returns the value. A reply
-// that ran before `start` returned leaves the signal waiting, so this returns
-// at once; a reply that never runs blocks for ever. An exception out of
-// `start` passes through without waiting.
+// Calls `start` with a one-argument reply that keeps the first value it
+// receives and signals; then waits for that signal and returns the value. A
+// reply that ran before `start` returned leaves the signal waiting, so this
+// returns at once; a reply that never runs blocks for ever. Later replies,
+// from any thread, change nothing here. An exception out of `start` passes
+// through without waiting.
 template <class Value, class Start> ObRef<Value> waitForReply(Start&& start) {
     // Shared with the reply, which may run on another thread after this
-    // frame would otherwise be gone. A service that replies twice calls it
-    // again, maybe while this reads the value, so the value is indivisible.
+    // frame would otherwise be gone. Only the reply that claims it first
+    // writes the value, before signalling, so the wait orders the read after
+    // that one write.
     struct Rendezvous {
         ObSemaphore semaphore{0};
-        ObAtomicRef<Value> value;
+        std::atomic<bool> claimed{false};
+        ObRef<Value> value;
     };
     auto rendezvous = std::make_shared<Rendezvous>();
     std::forward<Start>(start)([rendezvous](ObRef<Value> value) {
-        rendezvous->value.store(std::move(value));
+        if (rendezvous->claimed.exchange(true, std::memory_order_relaxed))
+            return;
+        rendezvous->value = std::move(value);
         rendezvous->semaphore.signal();
     });
     rendezvous->semaphore.wait();
-    return rendezvous->value.load();
+    return std::move(rendezvous->value);
 }
 
 // The boolean forms: true when the reply brought no error. A given `error`

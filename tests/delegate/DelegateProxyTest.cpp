@@ -4,6 +4,8 @@
 #include "credential/ReferenceTesting.h"
 #include "support/RecordingUIDelegate.h"
 
+#include <climits>
+
 namespace tessiva::test {
 namespace {
 
@@ -54,6 +56,32 @@ EventRidgescan {Available = 1}
         testing::ThrowsMessage<ObInvalidArgumentException>("Unknown response key: Passcode"));
     EXPECT_EQ(answers, "{} (null)\n{} (null)\n{} (null)\n{} (null)\n{0 = Passcode} " +
                            printed(serviceUnavailable()) + "\n");
+}
+
+// Events just outside the named ones (0, 5), at and past the edges of the
+// numbers the proxy keeps ready (-1, 7, 8) and at the extremes are reports,
+// one per parameter entry; the edges of the named ones (1, 4) are events.
+TEST(DelegateProxy, EventsAtAndPastTheTableEdges) {
+    const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
+    const ObRef<DelegateProxy> proxy = DelegateProxy::initWithVRUIDelegate(delegate);
+    const ObInteger events[] = {LONG_MIN, -1, 0, 1, 4, 5, 7, 8, LONG_MAX};
+    for (const ObInteger event : events)
+        proxy->event_params_reply(event,
+                                  ObDictionary::make({{ObNumber::make(1), ObNumber::make(event)}}),
+                                  [](auto, auto) {});
+    std::string received;
+    for (const RecordingUIDelegate::Event& event : delegate->events())
+        received += printed(event.name) + " " + printed(event.params) + "\n";
+    EXPECT_EQ(received, "EventRidgescan {Available = " + std::to_string(LONG_MIN) + R"(}
+EventRidgescan {Available = -1}
+EventRidgescan {Available = 0}
+EventRidgescan {Status = 1}
+EventPassphrase {Status = 4}
+EventRidgescan {Available = 5}
+EventRidgescan {Available = 7}
+EventRidgescan {Available = 8}
+EventRidgescan {Available = )" +
+                            std::to_string(LONG_MAX) + "}\n");
 }
 
 } // namespace

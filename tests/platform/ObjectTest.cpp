@@ -67,6 +67,24 @@ TEST(Dictionary, KeepsInsertionOrderThroughReplaceAndRemoveAndCopies) {
     EXPECT_EQ(dictionary->objectForKey(nullptr), nullptr);
 }
 
+// Removing the first entry closes the gap in order; dictionaries of different
+// sizes differ whichever is asked, even when one holds all of the other.
+TEST(Dictionary, RemovingTheFirstKeepsTheOrderAndSizesDecideEquality) {
+    auto dictionary = ObMutableDictionary::make();
+    for (const char* key : {"a", "b", "c", "d"})
+        dictionary->setObject_forKey(str(key), str(key));
+    dictionary->removeObjectForKey(str("a"));
+    EXPECT_EQ(dictionary->description()->text(), "{b = b; c = c; d = d}");
+
+    const auto smaller = dict({{str("b"), str("b")}, {str("c"), str("c")}});
+    EXPECT_FALSE(smaller->isEqual(dictionary));
+    EXPECT_FALSE(dictionary->isEqual(smaller));
+    EXPECT_FALSE(dict({})->isEqual(dictionary));
+    EXPECT_FALSE(dictionary->isEqual(dict({})));
+    dictionary->removeObjectForKey(str("d"));
+    EXPECT_TRUE(smaller->isEqual(dictionary));
+}
+
 // Enough keys to grow the index several times, then removals in the middle
 // of probe runs: every remaining key must still be found.
 TEST(Dictionary, FindsEveryKeyAfterGrowingAndRemoving) {

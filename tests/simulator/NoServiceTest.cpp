@@ -25,7 +25,7 @@ TEST(NoService, ClientRequestsFailAndServicesTakeThePasscodeFromTheEnvironment) 
 
 // Set before anything runs: the service choice is read once per process.
 int main(int argc, char** argv) {
-    setenv("TESSIVA_SERVICE", "none", 1);
+    setenv("TESSIVA_SERVICE", "NoNe", 1); // the words are read without regard to case
     setenv("TESSIVA_PASSCODE", "2468", 1);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

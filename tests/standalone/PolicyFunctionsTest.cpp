@@ -18,8 +18,10 @@ TEST(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
         KVLogger::sharedInstance()->setLoggingEnabled(logging);
         const LogCapture capture;
         std::vector<std::string> replies;
+        // With how many log lines were written before it ran.
         const auto reply = [&](ObRef<ObError> e) {
-            replies.emplace_back(ObFormat("%@", e)->text());
+            replies.push_back(std::string(ObFormat("%@", e)->text()) + " after " +
+                              std::to_string(capture.lines().size()));
         };
         VREvaluatePolicy(VRPolicyTirsa, nullptr, reply);
         VRCanEvaluatePolicyWithReply(policy, reply);
@@ -27,8 +29,13 @@ TEST(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
         EXPECT_FALSE(VRCanEvaluatePolicy(policy, &written));
         reply(written);
         EXPECT_FALSE(VRCanEvaluatePolicy(VRPolicyVelmora, nullptr));
-        // Every reply has run, once, by the time its call returns.
-        EXPECT_EQ(replies, std::vector<std::string>(3, error));
+        // Every reply has run, once, by the time its call returns, and after
+        // its own reply line.
+        const auto after = [&](int lines) { return error + " after " + std::to_string(lines); };
+        const std::vector<std::string> expectedReplies =
+            logging ? std::vector{after(1), after(4), after(5)}
+                    : std::vector{after(0), after(0), after(0)};
+        EXPECT_EQ(replies, expectedReplies);
         const std::vector<std::string> lines = {
             "VRTessiva: VREvaluatePolicy (, (null))",
             "VRTessiva: VRCanEvaluatePolicyWithReply Policy",

@@ -7,6 +7,7 @@
 #   -D<OUT|ERR>_FILE=<path>   the whole stream is the file's contents
 #   -D<OUT|ERR>_MATCHES=<re>  the stream matches the regular expression
 #   -DOUT_ROWS=<n> -DOUT_ROW_PREFIX=<p>  n lines of standard output start with p
+# -DIN_FILE=<path> gives the file as standard input.
 # An unchecked stream must be empty. Before comparing, hexadecimal addresses
 # become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run.
 cmake_minimum_required(VERSION 3.25)
@@ -22,7 +23,11 @@ foreach(index RANGE ${last})
     endif()
 endforeach()
 
-execute_process(COMMAND "${TOOL}" ${arguments}
+set(input)
+if(DEFINED IN_FILE)
+    set(input INPUT_FILE "${IN_FILE}")
+endif()
+execute_process(COMMAND "${TOOL}" ${arguments} ${input}
     RESULT_VARIABLE exitCode OUTPUT_VARIABLE OUT_actual ERROR_VARIABLE ERR_actual)
 
 set(failures "")

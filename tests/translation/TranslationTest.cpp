@@ -55,9 +55,10 @@ TEST(ErrorTranslation, OnlyServiceErrorsAreRenumberedAndKeepTheirUserInfo) {
     }
     EXPECT_TRUE(KVLegacyHelper::vrErrorFromKVError(nullptr) == nullptr);
     for (const ObRef<ObString>& other : {ObRef<ObString>(VRErrorDomain), str("org.example.Other"),
-                                         str("org.kavelin.kverrordomain")}) {
+                                         str("org.kavelin.kverrordomain"), ObRef<ObString>()}) {
         const ObRef<ObError> error = ObError::make(other, -3, nullptr);
-        EXPECT_EQ(KVLegacyHelper::vrErrorFromKVError(error), error) << other->text();
+        EXPECT_EQ(KVLegacyHelper::vrErrorFromKVError(error), error)
+            << ObFormat("%@", other)->text();
     }
 }
 

@@ -60,8 +60,8 @@ private:
         say("    KVLogger: logging on; the system log goes to standard error");
         const ObRef<KVSimulatedService> service = KVSimulatedService::defaultService();
         if (!service)
-            throw std::runtime_error("demo: this process has no simulated service "
-                                     "(TESSIVA_SERVICE=none)");
+            throw std::runtime_error("demo: TESSIVA_SERVICE leaves this process without "
+                                     "the simulated service");
         // Set here, so that TESSIVA_PASSCODE does not change the script.
         service->setPasscode(ObString::make(KVSimulatedService::defaultPasscode));
         say(ObFormat("    service: the simulated default service; passcode \"%@\"",

@@ -1,5 +1,6 @@
 // tessiva error CODE [MESSAGE]: the VR error a service error becomes.
 #include "Command.h"
+#include "Escaped.h"
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 
@@ -32,7 +33,7 @@ int runError(Arguments arguments) {
         KVLegacyHelper::vrErrorFromKVError(ObError::make(KVErrorDomain, code, userInfo));
     std::cout << "domain:  " << vrError->domain()->text() << '\n'
               << "code:    " << vrError->code() << '\n'
-              << "message: " << vrError->localizedDescription()->text() << '\n';
+              << "message: " << escaped(vrError->localizedDescription()->text()) << '\n';
     return exitSuccess;
 }
 

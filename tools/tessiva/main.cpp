@@ -1,6 +1,7 @@
 // tessiva: runs the VR interface against Tessiva's services from the
 // command line. This file reads the command line and dispatches.
 #include "Command.h"
+#include "Escaped.h"
 
 #include <cstdlib>
 #include <exception>
@@ -25,7 +26,9 @@ Commands:
                         from standard input when it is not a terminal;
                         exit status 1 when authentication fails, 130 on Ctrl-C
   hints JSON            translate a hints dictionary, given as a JSON object,
-                        into the service's options dictionary
+                        into the service's options dictionary; JSON is the
+                        object itself, - to read it from standard input, or
+                        @FILE to read it from a file
   error CODE [MESSAGE]  print the VR error that a KVErrorDomain error with this
                         code (and this message) becomes
   vocabulary            list every exported constant, its value and its alias
@@ -34,6 +37,8 @@ Commands:
 
 JSON values: strings, integers, true and false, arrays and objects. null and
 numbers with a fraction or exponent have no counterpart and are refused.
+
+Control characters in anything printed back are escaped (\n, \t, \xHH).
 
 Exit status: 0 success, 1 the library reported an error, 2 bad usage or input.
 )";
@@ -91,10 +96,10 @@ int main(int argc, char** argv) {
     try {
         return dispatch(std::vector<std::string_view>(argv + 1, argv + argc));
     } catch (const UsageError& error) {
-        std::cerr << "tessiva: " << error.what() << "\nTry 'tessiva --help' for more.\n";
+        std::cerr << "tessiva: " << escaped(error.what()) << "\nTry 'tessiva --help' for more.\n";
         return exitUsage;
     } catch (const std::exception& error) {
-        std::cerr << "tessiva: " << error.what() << '\n';
+        std::cerr << "tessiva: " << escaped(error.what()) << '\n';
         return exitLibraryError;
     }
 }

@@ -21,8 +21,14 @@ public:
     const_iterator begin() const noexcept { return items_.begin(); }
     const_iterator end() const noexcept { return items_.end(); }
 
-    // "(a, b, c)", items in their own text form; "()" when empty.
+    // "(a, b, c)", items in their own text form; "()" when empty. A
+    // container met again inside itself prints as "<cycle>"; nesting past
+    // 256 levels prints "<...>" in place of the deeper container, and a text
+    // past 1 MiB ends each open container with "<...>". Equality, hashing
+    // and release work without recursion, at any depth.
     ObRef<ObString> description() const override;
+    // From the count and the first eight items (a container item counts by
+    // its size), so equal arrays hash alike at bounded cost.
     ObUInteger hash() const noexcept override;
     const char* className() const noexcept override;
 

@@ -38,8 +38,10 @@ public:
     const_iterator begin() const noexcept { return entries_.begin(); }
     const_iterator end() const noexcept { return entries_.end(); }
 
-    // "{key = value; key = value}" in enumeration order; "{}" when empty.
+    // "{key = value; key = value}" in enumeration order; "{}" when empty;
+    // cycles and very deep or long graphs are marked as ObArray's are.
     ObRef<ObString> description() const override;
+    // From the count and the keys' hashes, whatever their order.
     ObUInteger hash() const noexcept override;
     const char* className() const noexcept override;
 

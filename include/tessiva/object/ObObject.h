@@ -18,7 +18,9 @@ public:
 
     // Takes one more share of ownership. Never writes to an immortal object.
     void retain() const noexcept;
-    // Gives one share back; the last release destroys the object.
+    // Gives one share back; the last release destroys the object. Objects
+    // freed by that destructor are destroyed after it, in turn, so releasing
+    // a graph of any depth needs no more stack than a shallow one.
     void release() const noexcept;
     // True for constants, which live for the whole process.
     bool isImmortal() const noexcept;
@@ -54,6 +56,9 @@ protected:
     virtual bool equals(const ObObject& other) const noexcept;
 
 private:
+    // Deletes the object once its last share is gone, one destructor at a time.
+    TESSIVA_PLATFORM_NO_EXPORT void destroy() const noexcept;
+
     static constexpr ObUInteger immortalCount = ~ObUInteger{0};
     mutable std::atomic<ObUInteger> count_;
 };

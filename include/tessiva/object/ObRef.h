@@ -9,6 +9,11 @@
 #include <typeinfo>
 #include <utility>
 
+// Ownership is counted, not traced: objects that hold each other, directly
+// or through others (a mutable dictionary holding itself, say), keep each
+// other alive and leak once the last outside handle goes. Break such a cycle
+// (remove the entry) before letting go. Releasing a graph of any depth, on
+// the other hand, is safe: destructors run one after another, never nested.
 template <class T> class ObRef {
 public:
     using element_type = T;

@@ -1,4 +1,4 @@
-// The process-wide logging switch.
+// The process-wide logging and redaction switches.
 #include "tessiva/brindle/KVLogger.h"
 
 #include "../os/EnvironmentFlag.h"
@@ -9,6 +9,7 @@ KVLogger& sharedLogger() {
     static KVLogger* logger = [] {
         static constinit ObImmortal<KVLogger> instance{ObObject::immortal};
         instance.get().setLoggingEnabled(tessiva::detail::environmentFlag("TESSIVA_LOGGING"));
+        instance.get().setRedactingSecrets(tessiva::detail::environmentFlag("TESSIVA_LOG_REDACT"));
         return &instance.get();
     }();
     return *logger;

@@ -2,8 +2,11 @@
 // one row.
 #include "DefaultBackend.h"
 
+#include "../os/EnvironmentFlag.h"
 #include "tessiva/kavelin/KVPAMService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/os/ObLog.h"
 
 #include <cstdlib>
 #include <string_view>
@@ -15,10 +18,8 @@ struct NamedBackend {
     ObRef<KVClientBackend> (*make)();
 };
 
-constexpr std::string_view simulatedName = "simulated";
-
 constexpr NamedBackend backends[] = {
-    {simulatedName, [] { return ObRef<KVClientBackend>(KVSimulatedService::defaultService()); }},
+    {"simulated", [] { return ObRef<KVClientBackend>(KVSimulatedService::defaultService()); }},
     {"pam",
      [] {
          return ObRef<KVClientBackend>(
@@ -26,24 +27,38 @@ constexpr NamedBackend backends[] = {
      }},
     {"none", [] { return ObRef<KVClientBackend>(); }},
 };
+constexpr const NamedBackend* simulated = &backends[0];
 
-std::string_view selectedName() {
+// The row TESSIVA_SERVICE names, in any case; null for a name no row has,
+// which is said once at error level whatever the logging switch says, as
+// the process then runs without a service.
+const NamedBackend* readSelection() {
     const char* value = std::getenv("TESSIVA_SERVICE");
-    return value == nullptr || *value == '\0' ? simulatedName : std::string_view(value);
+    if (value == nullptr || *value == '\0')
+        return simulated;
+    for (const NamedBackend& backend : backends) {
+        if (equalsIgnoringCase(value, backend.name))
+            return &backend;
+    }
+    ObLogWrite(
+        ObLogPriority::Error,
+        ObFormat("KVClient: unknown TESSIVA_SERVICE '%s'; no authentication service is used", value)
+            ->text());
+    return nullptr;
+}
+
+const NamedBackend* selection() {
+    static const NamedBackend* const selected = readSelection();
+    return selected;
 }
 } // namespace
 
 ObRef<KVClientBackend> environmentBackend() {
-    const std::string_view name = selectedName();
-    for (const NamedBackend& backend : backends) {
-        if (backend.name == name)
-            return backend.make();
-    }
-    return nullptr;
+    const NamedBackend* selected = selection();
+    return selected != nullptr ? selected->make() : nullptr;
 }
 
 bool environmentSelectsSimulatedService() {
-    static const bool selected = selectedName() == simulatedName;
-    return selected;
+    return selection() == simulated;
 }
 } // namespace tessiva::detail

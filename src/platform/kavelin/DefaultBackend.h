@@ -5,9 +5,10 @@
 #include "tessiva/kavelin/KVClient.h"
 
 namespace tessiva::detail {
-// The backend TESSIVA_SERVICE names (read once, on first use): unset or
-// empty is the simulated service; "none", or a name no backend has, is no
-// service at all, so that a mistyped name never falls back to a simulation.
+// The backend TESSIVA_SERVICE names (read once, on first use, in any case):
+// unset or empty is the simulated service; "none", or a name no backend has
+// (reported once at error level), is no service at all, so that a mistyped
+// name never falls back to a simulation.
 ObRef<KVClientBackend> environmentBackend();
 // Whether TESSIVA_SERVICE leaves the simulated service as the default.
 bool environmentSelectsSimulatedService();

@@ -1,10 +1,13 @@
 // Immutable arrays of present objects.
 #include "tessiva/object/ObArray.h"
 
+#include "ContainerHash.h"
 #include "Description.h"
+#include "GraphEquality.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
+#include <algorithm>
 #include <string>
 
 namespace {
@@ -36,20 +39,14 @@ ObRef<ObString> ObArray::description() const {
     return ObString::make(text);
 }
 
-void tessiva::detail::appendArrayDescription(std::string& out, const ObArray& array) {
-    out += '(';
-    bool first = true;
-    for (const ObRef<ObObject>& item : array) {
-        if (!first)
-            out += ", ";
-        first = false;
-        appendDescription(out, *item);
-    }
-    out += ')';
-}
-
 ObUInteger ObArray::hash() const noexcept {
-    return items_.size();
+    using tessiva::detail::mixHash;
+    ObUInteger hash = items_.size();
+    const ObUInteger hashed =
+        std::min<ObUInteger>(items_.size(), tessiva::detail::hashedArrayItems);
+    for (ObUInteger index = 0; index < hashed; ++index)
+        hash = mixHash(hash, tessiva::detail::itemHash(*items_[index]));
+    return hash;
 }
 
 const char* ObArray::className() const noexcept {
@@ -60,9 +57,10 @@ bool ObArray::equals(const ObObject& other) const noexcept {
     const auto* array = dynamic_cast<const ObArray*>(&other);
     if (array == nullptr || array->items_.size() != items_.size())
         return false;
+    tessiva::detail::EqualityWalk walk;
     for (ObUInteger index = 0; index < items_.size(); ++index) {
-        if (!items_[index]->isEqual(array->items_[index].get()))
+        if (!walk.compare(*items_[index], *array->items_[index]))
             return false;
     }
-    return true;
+    return walk.finish();
 }

@@ -2,7 +2,9 @@
 // index of positions, so that a lookup is one hash and a short probe.
 #include "tessiva/object/ObDictionary.h"
 
+#include "ContainerHash.h"
 #include "Description.h"
+#include "GraphEquality.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
 
@@ -149,23 +151,13 @@ ObRef<ObString> ObDictionary::description() const {
     return ObString::make(text);
 }
 
-void tessiva::detail::appendDictionaryDescription(std::string& out,
-                                                  const ObDictionary& dictionary) {
-    out += '{';
-    bool first = true;
-    for (const ObDictionary::Entry& entry : dictionary) {
-        if (!first)
-            out += "; ";
-        first = false;
-        appendDescription(out, *entry.first);
-        out += " = ";
-        appendDescription(out, *entry.second);
-    }
-    out += '}';
-}
-
 ObUInteger ObDictionary::hash() const noexcept {
-    return entries_.size();
+    // The keys' hashes are at hand and equal dictionaries have equal keys in
+    // any order, so their sum is both cheap and consistent with equals.
+    ObUInteger sum = 0;
+    for (const ObUInteger keyHash : hashes_)
+        sum += keyHash;
+    return tessiva::detail::mixHash(entries_.size(), sum);
 }
 
 const char* ObDictionary::className() const noexcept {
@@ -176,12 +168,17 @@ bool ObDictionary::equals(const ObObject& other) const noexcept {
     const auto* dictionary = dynamic_cast<const ObDictionary*>(&other);
     if (dictionary == nullptr || dictionary->count() != count())
         return false;
+    tessiva::detail::EqualityWalk walk;
     for (const Entry& entry : entries_) {
-        const ObObject* value = dictionary->peekObjectForKey(entry.first.get());
-        if (value == nullptr || !entry.second->isEqual(value))
+        const ObObject* value;
+        {
+            const tessiva::detail::EqualityWalk::Pause lookup;
+            value = dictionary->peekObjectForKey(entry.first.get());
+        }
+        if (value == nullptr || !walk.compare(*entry.second, *value))
             return false;
     }
-    return true;
+    return walk.finish();
 }
 
 ObRef<ObMutableDictionary> ObMutableDictionary::make() {

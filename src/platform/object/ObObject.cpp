@@ -1,12 +1,23 @@
 // The root class: reference counting, identity equality, default text form.
 #include "tessiva/object/ObObject.h"
 
+#include "FastThreadLocal.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObString.h"
 
 #include <cstdio>
 
 ObObject::~ObObject() = default;
+
+namespace {
+// Objects whose last share went while another object of this thread was being
+// destroyed, waiting their turn, so that releasing a deep graph runs one
+// destructor after another instead of one inside another. The list is linked
+// through the dead objects' own counts; plain pointers keep it free of any
+// thread-exit order.
+TESSIVA_FAST_THREAD_LOCAL const ObObject* pendingDestruction = nullptr;
+TESSIVA_FAST_THREAD_LOCAL bool destroying = false;
+} // namespace
 
 void ObObject::retain() const noexcept {
     // Constants are read-only: reading the marker first keeps them unwritten,
@@ -16,11 +27,28 @@ void ObObject::retain() const noexcept {
     count_.fetch_add(1, std::memory_order_relaxed);
 }
 
+// Inline: every last release runs it.
+inline void ObObject::destroy() const noexcept {
+    if (destroying) {
+        count_.store(reinterpret_cast<ObUInteger>(pendingDestruction), std::memory_order_relaxed);
+        pendingDestruction = this;
+        return;
+    }
+    destroying = true;
+    delete this;
+    while (const ObObject* next = pendingDestruction) {
+        pendingDestruction =
+            reinterpret_cast<const ObObject*>(next->count_.load(std::memory_order_relaxed));
+        delete next;
+    }
+    destroying = false;
+}
+
 void ObObject::release() const noexcept {
     if (count_.load(std::memory_order_relaxed) == immortalCount)
         return;
     if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete this;
+        destroy();
 }
 
 bool ObObject::isImmortal() const noexcept {
