@@ -4,6 +4,7 @@
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
 #include "translation/ErrorSlot.h"
+#include "translation/NameTranslation.h"
 
 #include <string_view>
 
@@ -22,23 +23,24 @@ struct Option {
     ObRef<ObObject> value;
 };
 
-// The option for one hint. The slot is shared with the lookups and
-// conversions it calls, so that each can leave, or clear, its error there;
-// the entry failed when the slot holds an error afterwards.
+// The option for one hint. The slot is shared with the conversions it calls,
+// so that each can leave, or clear, its error there; the entry failed when
+// the slot holds an error afterwards.
 Option optionForHint(const ObDictionary::Entry& hint, ObRef<ObError>& slot) {
     const ObRef<ObString> name = ob_cast<ObString>(hint.first);
     if (!name) {
         slot = parameterError("Hint dictionary keys must be of class ObString.");
         return {};
     }
-    const ObInteger number = KVLegacyHelper::optionFromVRHint_error(name, &slot);
+    // The plain lookup: a hint the table lacks may still be the filter, and
+    // an unknown-hint error made before knowing would be thrown away.
+    const ObInteger number = tessiva::detail::optionNumber(name.get());
     if (number == eventProcessingOption)
         return {number,
                 KVLegacyHelper::_eventProcessingFromVREventProcessing_error(hint.second, &slot)};
     if (number != 0)
         return {number, hint.second};
-    // Only after the table lookup failed; a successful conversion clears the
-    // unknown-hint error that the lookup left in the slot.
+    // Only after the table lookup failed.
     if (name->text() == eventFilterHint)
         return {eventProcessingOption,
                 KVLegacyHelper::_eventProcessingFromVREventFilter_error(hint.second, &slot)};
