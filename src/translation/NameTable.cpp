@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 
 namespace tessiva::detail {
 namespace {
@@ -18,12 +19,16 @@ constexpr unsigned hashBits = sizeof(ObUInteger) * CHAR_BIT;
 // last number.
 std::vector<NameTable::Row> distinctTexts(const std::vector<NameTable::Row>& rows) {
     std::vector<NameTable::Row> distinct;
+    distinct.reserve(rows.size());
     for (const NameTable::Row& row : rows) {
+        const ObString& text = *row.first;
         bool seen = false;
         for (NameTable::Row& kept : distinct) {
-            if (kept.first->text() == row.first->text()) {
+            if (kept.first->ObString::hash() == text.ObString::hash() &&
+                sameText(*kept.first, text)) {
                 kept.second = row.second;
                 seen = true;
+                break;
             }
         }
         if (!seen)
@@ -32,15 +37,18 @@ std::vector<NameTable::Row> distinctTexts(const std::vector<NameTable::Row>& row
     return distinct;
 }
 
-// Whether (hash >> shift) & mask differs for every row.
-bool givesEachItsOwnSlot(const std::vector<NameTable::Row>& rows, unsigned shift, ObUInteger mask,
-                         std::vector<bool>& used) {
-    used.assign(mask + 1, false);
-    for (const NameTable::Row& row : rows) {
-        const ObUInteger index = (row.first->ObString::hash() >> shift) & mask;
-        if (used[index])
+// Whether (hash >> shift) & mask differs for every hash; `used` holds a bit
+// per slot.
+bool givesEachItsOwnSlot(const std::vector<ObUInteger>& hashes, unsigned shift, ObUInteger mask,
+                         std::vector<std::uint64_t>& used) {
+    for (ObUInteger word = 0; word <= mask / 64; ++word)
+        used[word] = 0;
+    for (const ObUInteger hash : hashes) {
+        const ObUInteger index = (hash >> shift) & mask;
+        const std::uint64_t bit = std::uint64_t{1} << (index % 64);
+        if ((used[index / 64] & bit) != 0)
             return false;
-        used[index] = true;
+        used[index / 64] |= bit;
     }
     return true;
 }
@@ -54,23 +62,28 @@ const NameTable::Slot* NameTable::builtSlots() {
 
 void NameTable::build() {
     const std::vector<Row> rows = distinctTexts(rows_());
+    // At most half full: a fuller table rarely has a layout to find.
     unsigned bits = 0;
-    while ((ObUInteger{1} << bits) < rows.size())
+    while ((ObUInteger{1} << bits) < 2 * rows.size())
         ++bits;
+    std::vector<ObUInteger> hashes;
+    hashes.reserve(rows.size());
+    for (const Row& row : rows)
+        hashes.push_back(row.first->ObString::hash());
     // The smallest table, and in it the first stretch of hash bits, that
     // gives every text a slot of its own.
-    std::vector<bool> used;
+    std::vector<std::uint64_t> used((ObUInteger{1} << maxSlotBits_) / 64 + 1);
     bool found = false;
     for (; bits <= maxSlotBits_ && !found; ++bits) {
         for (unsigned shift = 0; shift + bits <= hashBits && !found; ++shift) {
-            if (givesEachItsOwnSlot(rows, shift, (ObUInteger{1} << bits) - 1, used)) {
+            if (givesEachItsOwnSlot(hashes, shift, (ObUInteger{1} << bits) - 1, used)) {
                 shift_ = shift;
                 mask_ = (ObUInteger{1} << bits) - 1;
                 found = true;
             }
         }
     }
-    // Texts whose hashes agree on every stretch: probe from the home slot.
+    // No layout within the size limit: probe from the home slot.
     if (!found) {
         probing_ = true;
         shift_ = 0;
