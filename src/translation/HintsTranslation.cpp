@@ -5,6 +5,7 @@
 #include "tessiva/object/ObNumber.h"
 #include "translation/ErrorSlot.h"
 #include "translation/NameTranslation.h"
+#include "translation/OptionKeys.h"
 
 #include <string_view>
 
@@ -60,7 +61,7 @@ KVLegacyHelper::optionsFromVRHints_error(const ObRef<ObDictionary>& hints, ObRef
             if (slot)
                 break;
             // Both structured hints share one option: the later one visited wins.
-            options->setObject_forKey(option.value, ObNumber::make(option.number));
+            options->setObject_forKey(option.value, tessiva::detail::optionKey(option.number));
         }
     }
     return resultThroughSlot(std::move(options), std::move(slot), error);

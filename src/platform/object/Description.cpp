@@ -25,6 +25,11 @@ void appendDescription(std::string& out, const ObObject& object) {
 }
 
 void appendIntegerDescription(std::string& out, ObInteger value) {
+    // Most integers in argument texts are flags and small codes.
+    if (value >= 0 && value < 10) {
+        out.push_back(static_cast<char>('0' + value));
+        return;
+    }
     char digits[24];
     const auto written = std::to_chars(digits, digits + sizeof digits, value);
     out.append(digits, written.ptr);
