@@ -4,35 +4,36 @@
 #include "tessiva/os/ObLog.h"
 
 namespace tessiva::detail {
-namespace {
-struct ThreadBuffer {
+struct ArgumentTextBuffer::ThreadBuffer {
     std::string text;
     bool taken = false;
 };
-thread_local ThreadBuffer threadBuffer;
+
+namespace {
+thread_local ArgumentTextBuffer::ThreadBuffer threadBuffer;
 } // namespace
 
-ArgumentTextBuffer::ArgumentTextBuffer() {
-    ThreadBuffer& buffer = threadBuffer;
-    ownsThreadBuffer_ = !buffer.taken;
-    if (ownsThreadBuffer_) {
-        buffer.taken = true;
-        buffer.text.clear();
-        text_ = &buffer.text;
-    } else {
-        text_ = &nested_;
+ArgumentTextBuffer::ArgumentTextBuffer() : owned_(&threadBuffer) {
+    if (owned_->taken) {
+        owned_ = nullptr;
+        text_ = &nested_.emplace();
+        text_->reserve(argumentTextCapacity);
+        return;
     }
-    text_->reserve(argumentTextCapacity);
+    owned_->taken = true;
+    text_ = &owned_->text;
+    text_->clear();
+    if (text_->capacity() < argumentTextCapacity)
+        text_->reserve(argumentTextCapacity);
 }
 
 ArgumentTextBuffer::~ArgumentTextBuffer() {
-    if (!ownsThreadBuffer_)
+    if (owned_ == nullptr)
         return;
-    ThreadBuffer& buffer = threadBuffer;
     // An unusually long text gives its room back rather than keep it.
-    if (buffer.text.capacity() > 4 * argumentTextCapacity)
-        std::string().swap(buffer.text);
-    buffer.taken = false;
+    if (owned_->text.capacity() > 4 * argumentTextCapacity)
+        std::string().swap(owned_->text);
+    owned_->taken = false;
 }
 
 void writeCallLog(const char* tag, const char* name, std::string_view argumentText) {

@@ -4,6 +4,7 @@
 #include "tessiva/object/ObFormat.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,10 +34,13 @@ public:
 
     std::string& text() noexcept { return *text_; }
 
+    // A thread's buffer and whether a text is being formatted in it.
+    struct ThreadBuffer;
+
 private:
+    ThreadBuffer* owned_; // the thread's buffer, or null for a nested text
     std::string* text_;
-    bool ownsThreadBuffer_;
-    std::string nested_;
+    std::optional<std::string> nested_;
 };
 
 // Logs an operation's entry or a reply. The argument text is formatted even

@@ -28,14 +28,14 @@ struct Option {
 // so that each can leave, or clear, its error there; the entry failed when
 // the slot holds an error afterwards.
 Option optionForHint(const ObDictionary::Entry& hint, ObRef<ObError>& slot) {
-    const ObRef<ObString> name = ob_cast<ObString>(hint.first);
-    if (!name) {
+    const ObString* name = ob_cast_raw<ObString>(hint.first);
+    if (name == nullptr) {
         slot = parameterError("Hint dictionary keys must be of class ObString.");
         return {};
     }
     // The plain lookup: a hint the table lacks may still be the filter, and
     // an unknown-hint error made before knowing would be thrown away.
-    const ObInteger number = tessiva::detail::optionNumber(name.get());
+    const ObInteger number = tessiva::detail::optionNumber(name);
     if (number == eventProcessingOption)
         return {number,
                 KVLegacyHelper::_eventProcessingFromVREventProcessing_error(hint.second, &slot)};
@@ -45,7 +45,8 @@ Option optionForHint(const ObDictionary::Entry& hint, ObRef<ObError>& slot) {
     if (name->text() == eventFilterHint)
         return {eventProcessingOption,
                 KVLegacyHelper::_eventProcessingFromVREventFilter_error(hint.second, &slot)};
-    slot = KVErrorHelper::parameterErrorWithMessage(ObFormat("Unknown hint: '%@'", name));
+    slot = KVErrorHelper::parameterErrorWithMessage(
+        ObFormat("Unknown hint: '%@'", ObRef<ObString>(const_cast<ObString*>(name))));
     return {};
 }
 
