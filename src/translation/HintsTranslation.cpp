@@ -19,9 +19,11 @@ constexpr ObInteger eventProcessingOption = 1007;
 // The filter hint has no row in the option table and is recognised by its text.
 constexpr std::string_view eventFilterHint = "EventFilter";
 
+// A converted value for the structured hints; the others pass the caller's
+// value on as it is, without a share of their own.
 struct Option {
     ObInteger number = 0;
-    ObRef<ObObject> value;
+    ObRef<ObObject> converted;
 };
 
 // The option for one hint. The slot is shared with the conversions it calls,
@@ -40,7 +42,7 @@ Option optionForHint(const ObDictionary::Entry& hint, ObRef<ObError>& slot) {
         return {number,
                 KVLegacyHelper::_eventProcessingFromVREventProcessing_error(hint.second, &slot)};
     if (number != 0)
-        return {number, hint.second};
+        return {number, nullptr};
     // Only after the table lookup failed.
     if (name->text() == eventFilterHint)
         return {eventProcessingOption,
@@ -62,7 +64,9 @@ KVLegacyHelper::optionsFromVRHints_error(const ObRef<ObDictionary>& hints, ObRef
             if (slot)
                 break;
             // Both structured hints share one option: the later one visited wins.
-            options->setObject_forKey(option.value, tessiva::detail::optionKey(option.number));
+            options->setObject_forKey(option.number == eventProcessingOption ? option.converted
+                                                                             : hint.second,
+                                      tessiva::detail::optionKey(option.number));
         }
     }
     return resultThroughSlot(std::move(options), std::move(slot), error);
