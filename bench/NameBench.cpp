@@ -1,46 +1,18 @@
 // Each single-name translation, against a lookup of the same text in a
 // standard hash map of the same rows; and a constant's retain and release.
 #include "AllocationCounter.h"
+#include "NameRows.h"
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/VRConstants.h"
 
 #include <benchmark/benchmark.h>
 #include <string>
 #include <unordered_map>
-#include <utility>
-#include <vector>
 
 namespace {
 using namespace tessiva::bench;
 
-using Rows = std::vector<std::pair<const char*, ObInteger>>;
-
-// The distinct texts of each table, with their numbers.
-const Rows policyRows = {{"", 1007},
-                         {"DeviceOwnerAuthenticated", 1000},
-                         {"DeviceOwnerAuthenticatedWithBiometrics", 1},
-                         {"DeviceOwnerConsentRidgescanPreferred", 1002}};
-const Rows optionRows = {{"AppAction", 2},
-                         {"CallerPID", 1002},
-                         {"EventProcessing", 1007},
-                         {"MaxPasscodeFailures", 1004},
-                         {"MaxRidgescanFailures", 1003},
-                         {"NonInteractive", 1000},
-                         {"Timeout", 1001},
-                         {"Cancel2", 1},
-                         {"PresentationStyle", 1005},
-                         {"TransitionStyle", 1006},
-                         {"LightPasscodeScreen", 1008},
-                         {"PassphraseFirst", 1012},
-                         {"PINTitle", 1013},
-                         {"PINLength", 1014}};
-const Rows eventRows = {
-    {"EventRidgescan", 1}, {"EventPasscode", 2}, {"EventConsent", 3}, {"EventPassphrase", 4}};
-const Rows resultRows = {{"UsedRidgescan", 1},
-                         {"RidgescanIdentity", 2},
-                         {"UsedPasscode", 3},
-                         {"UsedYesNo", 4},
-                         {"UsedPassphrase", 5}};
+using Rows = NameRows;
 
 ObInteger policy(const ObRef<ObString>& name) {
     return KVLegacyHelper::policyFromVRPolicy(name);

@@ -41,8 +41,15 @@ void ReplyWorker::run() {
     }
 }
 
-WorkerClient::WorkerClient(ReplyWorker& worker, ObRef<ObDictionary> result)
+WorkerClient::WorkerClient(ReplyWorker* worker, ObRef<ObDictionary> result)
     : worker_(worker), result_(std::move(result)), context_(ObData::make("bench", 5)) {}
+
+void WorkerClient::replyWith(KVResultReply reply, ObRef<ObDictionary> result) {
+    if (worker_ != nullptr)
+        worker_->post(std::move(reply), std::move(result));
+    else
+        reply(std::move(result), nullptr);
+}
 
 ObRef<ObData> WorkerClient::externalizedContext() {
     return context_;
@@ -55,14 +62,14 @@ void WorkerClient::evaluatePolicy_options_reply(ObInteger policy,
         lastPolicy_ = policy;
         lastOptions_ = options;
     }
-    worker_.post(std::move(reply), result_);
+    replyWith(std::move(reply), result_);
 }
 
 void WorkerClient::evaluateACL_operation_options_reply(const ObRef<ObObject>&,
                                                        const ObRef<ObObject>&,
                                                        const ObRef<ObDictionary>&,
                                                        KVResultReply reply) {
-    worker_.post(std::move(reply), ObDictionary::make());
+    replyWith(std::move(reply), ObDictionary::make());
 }
 
 void WorkerClient::enterPassword_reply(const ObRef<ObObject>&, KVSuccessReply reply) {

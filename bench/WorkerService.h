@@ -1,6 +1,6 @@
 // WorkerService: a minimal service backend whose clients answer policy
 // evaluations from one dedicated worker thread, as the real service answers
-// from its own threads. It does no work of its own, so that what a benchmark
+// from its own threads, or at once. It does no work of its own, so that what a benchmark
 // measures is the caller's side and the handoff between the two threads.
 #pragma once
 
@@ -40,10 +40,11 @@ private:
 };
 
 // A client whose evaluations all succeed with one fixed result, replied from
-// the worker. Its other operations answer at once and are not benchmarked.
+// the worker, or at once on the caller's thread when it has none. Its other
+// operations answer at once and are not benchmarked.
 class WorkerClient final : public KVClient {
 public:
-    WorkerClient(ReplyWorker& worker, ObRef<ObDictionary> result);
+    WorkerClient(ReplyWorker* worker, ObRef<ObDictionary> result);
 
     ObRef<ObData> externalizedContext() override;
     void invalidate() override {}
@@ -65,7 +66,9 @@ public:
     const ObRef<ObDictionary>& lastOptions() const { return lastOptions_; }
 
 private:
-    ReplyWorker& worker_;
+    void replyWith(KVResultReply reply, ObRef<ObDictionary> result);
+
+    ReplyWorker* const worker_;
     const ObRef<ObDictionary> result_;
     const ObRef<ObData> context_;
     bool recording_ = false;

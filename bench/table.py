@@ -37,6 +37,12 @@ PAIRS = [
     ("hints on 2 threads vs 1 (throughput)",
      "OptionsFromVRHints/threads/real_time/threads:2",
      "OptionsFromVRHints/threads/real_time/threads:1", "throughput", 1.8, False),
+    ("evaluations on 2 threads vs 1, one shared reference",
+     "EvaluatePolicy/threads/shared/real_time/threads:2",
+     "EvaluatePolicy/threads/shared/real_time/threads:1", "throughput", 1.6, False),
+    ("evaluations on 2 threads vs 1, one reference each",
+     "EvaluatePolicy/threads/own/real_time/threads:2",
+     "EvaluatePolicy/threads/own/real_time/threads:1", "throughput", 1.8, False),
 ]
 # Benchmarks without a baseline that must not allocate.
 SINGLES = [("constant retain + release", "ConstantRetainRelease", "cpu")]

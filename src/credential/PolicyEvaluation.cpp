@@ -8,6 +8,7 @@
 #include "tessiva/object/ObClass.h"
 #include "tessiva/object/ObNumber.h"
 #include "tessiva/os/ObOnce.h"
+#include "translation/OptionKeys.h"
 
 using tessiva::detail::logReferenceEntry;
 using tessiva::detail::logReferenceReply;
@@ -41,7 +42,8 @@ ObRef<ObMutableDictionary> withScandraIdentityOption(ObRef<ObMutableDictionary> 
                                                      bool available) {
     ObRef<ObMutableDictionary> options =
         translated ? std::move(translated) : ObMutableDictionary::make();
-    options->setObject_forKey(ObNumber::makeBool(available), ObNumber::make(scandraIdentityOption));
+    options->setObject_forKey(ObNumber::makeBool(available),
+                              tessiva::detail::optionKey(scandraIdentityOption));
     return options;
 }
 } // namespace

@@ -2,6 +2,7 @@
 // delegate, and response keys on the way back.
 #include "tessiva/DelegateProxy.h"
 
+#include "platform/object/ExactKind.h"
 #include "tessiva/VRConstants.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
@@ -16,32 +17,51 @@
 
 namespace {
 
-// Numbers below this have a key made once, with the tables.
+// Numbers below this are looked up by index, without a dictionary.
 constexpr ObInteger smallNumberCount = 8;
-using SmallNumbers = std::array<ObNumber*, smallNumberCount>;
+
+// A table from numbers to VR names: the dictionary, for every key, and the
+// same names by index for the small numbers (absent where it has none).
+struct NumberedNameTable {
+    const ObDictionary* map;
+    std::array<ObString*, smallNumberCount> small;
+
+    // What map->objectForKey(key) names, without a dictionary lookup for a
+    // plain small number, whose equality is its value's.
+    ObString* nameFor(const ObObject* key) const noexcept {
+        if (key != nullptr && tessiva::detail::isExactly<ObNumber>(typeid(*key))) {
+            const ObInteger number = static_cast<const ObNumber*>(key)->integerValue();
+            if (number >= 0 && number < smallNumberCount)
+                return small[static_cast<std::size_t>(number)];
+        }
+        return tessiva::detail::kindOf<ObString>(map->peekObjectForKey(key));
+    }
+    ObString* nameFor(ObInteger number) const noexcept {
+        if (number >= 0 && number < smallNumberCount)
+            return small[static_cast<std::size_t>(number)];
+        return tessiva::detail::kindOf<ObString>(
+            map->peekObjectForKey(ObNumber::make(number).get()));
+    }
+};
 
 struct ProxyTables {
-    const ObDictionary* eventMap;         // event number -> VR event name
-    const ObDictionary* eventParamMap;    // parameter number -> VR parameter name
+    NumberedNameTable eventMap;           // event number -> VR event name
+    NumberedNameTable eventParamMap;      // parameter number -> VR parameter name
     const ObDictionary* eventResponseMap; // VR response key -> response number
-    // The keys eventMap holds for the numbers it names, and equal keys for the
-    // other small numbers, so that looking up an event makes no number.
-    SmallNumbers eventNumbers;
 };
 
 using NumberedNames = std::vector<std::pair<ObInteger, ObString*>>;
 
-const ObDictionary* numberToName(const NumberedNames& rows, const SmallNumbers* keys = nullptr) {
+NumberedNameTable numberToName(const NumberedNames& rows) {
     std::vector<ObDictionary::Entry> entries;
+    NumberedNameTable table{nullptr, {}};
     for (const auto& [number, name] : rows) {
-        ObRef<ObObject> key;
-        if (keys != nullptr && number >= 0 && number < smallNumberCount)
-            key = (*keys)[static_cast<std::size_t>(number)];
-        else
-            key = ObNumber::make(number);
-        entries.emplace_back(std::move(key), name);
+        entries.emplace_back(ObNumber::make(number), name);
+        if (number >= 0 && number < smallNumberCount)
+            table.small[static_cast<std::size_t>(number)] = name;
     }
-    return ObDictionary::make(std::move(entries)).leakRef();
+    table.map = ObDictionary::make(std::move(entries)).leakRef();
+    return table;
 }
 
 // Reads the constants now, so the tables hold the values they have when built.
@@ -63,10 +83,7 @@ ProxyTables buildTables() {
     // "Passcode" is left out on purpose: an answer using it is refused.
     const ObDictionary* responses =
         ObDictionary::make({{VREventConsentResponse, ObNumber::make(0)}}).leakRef();
-    SmallNumbers eventNumbers{};
-    for (ObInteger number = 0; number < smallNumberCount; ++number)
-        eventNumbers[static_cast<std::size_t>(number)] = ObNumber::make(number).leakRef();
-    return {numberToName(events, &eventNumbers), numberToName(parameters), responses, eventNumbers};
+    return {numberToName(events), numberToName(parameters), responses};
 }
 
 // The three tables are built together, once, and kept for the life of the
@@ -76,10 +93,6 @@ const ProxyTables& proxyTables() {
     static ProxyTables tables{};
     ObDispatchOnce(onceToken, [] { tables = buildTables(); });
     return tables;
-}
-
-ObRef<ObString> eventName(const ProxyTables& tables, const ObObject* eventNumber) {
-    return ob_cast<ObString>(tables.eventMap->objectForKey(eventNumber));
 }
 
 // The caller's answer in the service's numbers; always a dictionary, even
@@ -113,23 +126,15 @@ ObRef<DelegateProxy> DelegateProxy::initWithVRUIDelegate(const ObRef<VRUIDelegat
 void DelegateProxy::event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
                                        KVUIReply reply) {
     const ProxyTables& tables = proxyTables();
-    ObRef<ObNumber> madeNumber;
-    const ObNumber* eventNumber = nullptr;
-    if (event >= 0 && event < smallNumberCount) {
-        eventNumber = tables.eventNumbers[static_cast<std::size_t>(event)];
-    } else {
-        madeNumber = ObNumber::make(event);
-        eventNumber = madeNumber.get();
-    }
-
-    if (ObRef<ObString> vrEvent = eventName(tables, eventNumber)) {
+    if (ObRef<ObString> vrEvent = tables.eventMap.nameFor(event)) {
         ObRef<ObMutableDictionary> vrParams;
         if (params) {
             vrParams = ObMutableDictionary::make();
             // A number outside the table yields an absent key, which the
             // dictionary refuses; that refusal is the intended failure.
             for (const auto& [key, value] : *params)
-                vrParams->setObject_forKey(value, tables.eventParamMap->objectForKey(key));
+                vrParams->setObject_forKey(
+                    value, ObRef<ObObject>(tables.eventParamMap.nameFor(key.get())));
         }
         // Shared so that every copy of the caller's reply answers through the
         // one service reply, however late and from whichever thread.
@@ -146,7 +151,7 @@ void DelegateProxy::event_params_reply(ObInteger event, const ObRef<ObDictionary
     if (!params || !_vruiDelegate)
         return;
     for (const auto& [key, value] : *params) {
-        _vruiDelegate->event_params_reply(eventName(tables, key.get()),
+        _vruiDelegate->event_params_reply(tables.eventMap.nameFor(key.get()),
                                           ObDictionary::make({{VREventParamAvailable, value}}),
                                           ignoreAnswer);
     }

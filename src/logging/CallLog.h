@@ -4,6 +4,7 @@
 #include "tessiva/object/ObFormat.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,28 @@ inline constexpr const char* freeFunctionTag = "VRTessiva";
 // says logging is enabled.
 void writeCallLog(const char* tag, const char* name, std::string_view argumentText);
 
+// A buffer for argument texts that keeps its room between operations on one
+// thread, so that formatting allocates nothing once warm. Formatting may call
+// a caller's description, which may log in turn: a nested text, finding the
+// thread's buffer taken, uses a buffer of its own.
+class ArgumentTextBuffer {
+public:
+    ArgumentTextBuffer();
+    ~ArgumentTextBuffer();
+    ArgumentTextBuffer(const ArgumentTextBuffer&) = delete;
+    ArgumentTextBuffer& operator=(const ArgumentTextBuffer&) = delete;
+
+    std::string& text() noexcept { return *text_; }
+
+    // A thread's buffer and whether a text is being formatted in it.
+    struct ThreadBuffer;
+
+private:
+    ThreadBuffer* owned_; // the thread's buffer, or null for a nested text
+    std::string* text_;
+    std::optional<std::string> nested_;
+};
+
 // Logs an operation's entry or a reply. The argument text is formatted even
 // when logging is off, so that its cost and its calls on the arguments do not
 // depend on the switch; it becomes a string object only when it is written.
@@ -27,10 +50,9 @@ template <class... Arguments>
 void logCall(const char* tag, const char* name, std::string_view format,
              const Arguments&... arguments) {
     const FormatArgument captured[sizeof...(Arguments) + 1] = {formatArgument(arguments)..., {}};
-    std::string argumentText;
-    argumentText.reserve(argumentTextCapacity);
-    ObFormatAppend(argumentText, format, captured, sizeof...(Arguments));
-    writeCallLog(tag, name, argumentText);
+    ArgumentTextBuffer buffer;
+    ObFormatAppend(buffer.text(), format, captured, sizeof...(Arguments));
+    writeCallLog(tag, name, buffer.text());
 }
 
 } // namespace tessiva::detail

@@ -6,6 +6,7 @@
 #include "tessiva/object/ObArray.h"
 #include "tessiva/object/ObNumber.h"
 #include "translation/ErrorSlot.h"
+#include "translation/OptionKeys.h"
 
 using tessiva::detail::parameterError;
 using tessiva::detail::resultThroughSlot;
@@ -29,7 +30,8 @@ ObRef<ObDictionary> processingParameters(const ObDictionary& settings, ObRef<ObE
             "VRHintEventProcessingGetRemoteViewController value must be of type ObNumber.");
         return nullptr;
     }
-    return ObDictionary::make({{ObNumber::make(remoteViewControllerParameter), number}});
+    return ObDictionary::make(
+        {{tessiva::detail::optionKey(remoteViewControllerParameter), number}});
 }
 
 // Stores one processing entry under its event number. The checks run in a
@@ -55,7 +57,7 @@ bool addProcessingEntry(ObMutableDictionary& result, const ObDictionary::Entry& 
     const ObRef<ObDictionary> parameters = processingParameters(*settings, slot);
     if (!parameters)
         return false;
-    result.setObject_forKey(parameters, ObNumber::make(event));
+    result.setObject_forKey(parameters, tessiva::detail::optionKey(event));
     return true;
 }
 

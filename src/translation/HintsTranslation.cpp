@@ -4,6 +4,8 @@
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
 #include "translation/ErrorSlot.h"
+#include "translation/NameTranslation.h"
+#include "translation/OptionKeys.h"
 
 #include <string_view>
 
@@ -17,32 +19,36 @@ constexpr ObInteger eventProcessingOption = 1007;
 // The filter hint has no row in the option table and is recognised by its text.
 constexpr std::string_view eventFilterHint = "EventFilter";
 
+// A converted value for the structured hints; the others pass the caller's
+// value on as it is, without a share of their own.
 struct Option {
     ObInteger number = 0;
-    ObRef<ObObject> value;
+    ObRef<ObObject> converted;
 };
 
-// The option for one hint. The slot is shared with the lookups and
-// conversions it calls, so that each can leave, or clear, its error there;
-// the entry failed when the slot holds an error afterwards.
+// The option for one hint. The slot is shared with the conversions it calls,
+// so that each can leave, or clear, its error there; the entry failed when
+// the slot holds an error afterwards.
 Option optionForHint(const ObDictionary::Entry& hint, ObRef<ObError>& slot) {
-    const ObRef<ObString> name = ob_cast<ObString>(hint.first);
-    if (!name) {
+    const ObString* name = ob_cast_raw<ObString>(hint.first);
+    if (name == nullptr) {
         slot = parameterError("Hint dictionary keys must be of class ObString.");
         return {};
     }
-    const ObInteger number = KVLegacyHelper::optionFromVRHint_error(name, &slot);
+    // The plain lookup: a hint the table lacks may still be the filter, and
+    // an unknown-hint error made before knowing would be thrown away.
+    const ObInteger number = tessiva::detail::optionNumber(name);
     if (number == eventProcessingOption)
         return {number,
                 KVLegacyHelper::_eventProcessingFromVREventProcessing_error(hint.second, &slot)};
     if (number != 0)
-        return {number, hint.second};
-    // Only after the table lookup failed; a successful conversion clears the
-    // unknown-hint error that the lookup left in the slot.
+        return {number, nullptr};
+    // Only after the table lookup failed.
     if (name->text() == eventFilterHint)
         return {eventProcessingOption,
                 KVLegacyHelper::_eventProcessingFromVREventFilter_error(hint.second, &slot)};
-    slot = KVErrorHelper::parameterErrorWithMessage(ObFormat("Unknown hint: '%@'", name));
+    slot = KVErrorHelper::parameterErrorWithMessage(
+        ObFormat("Unknown hint: '%@'", ObRef<ObString>(const_cast<ObString*>(name))));
     return {};
 }
 
@@ -58,7 +64,9 @@ KVLegacyHelper::optionsFromVRHints_error(const ObRef<ObDictionary>& hints, ObRef
             if (slot)
                 break;
             // Both structured hints share one option: the later one visited wins.
-            options->setObject_forKey(option.value, ObNumber::make(option.number));
+            options->setObject_forKey(option.number == eventProcessingOption ? option.converted
+                                                                             : hint.second,
+                                      tessiva::detail::optionKey(option.number));
         }
     }
     return resultThroughSlot(std::move(options), std::move(slot), error);

@@ -1,4 +1,6 @@
 // The four single-name translations and their tables, rows in build order.
+#include "translation/NameTranslation.h"
+
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/VRConstants.h"
 #include "translation/NameTable.h"
@@ -6,7 +8,6 @@
 #include <vector>
 
 using tessiva::detail::NameTable;
-using tessiva::detail::translateOrRaise;
 
 namespace {
 OB_CONSTANT_STRING(deviceOwnerAuthenticated, "DeviceOwnerAuthenticated");
@@ -76,13 +77,17 @@ std::vector<NameTable::Row> resultRows() {
 constinit NameTable resultMap{resultRows, "Unknown result: '%@'"};
 } // namespace
 
+ObInteger tessiva::detail::optionNumber(const ObString* hint) {
+    return optionMap.number(hint);
+}
+
 ObInteger KVLegacyHelper::policyFromVRPolicy_error(const ObRef<ObString>& policy,
                                                    ObRef<ObError>* error) {
     return policyMap.translate(policy, error);
 }
 
 ObInteger KVLegacyHelper::policyFromVRPolicy(const ObRef<ObString>& policy) {
-    return translateOrRaise<&KVLegacyHelper::policyFromVRPolicy_error>(policy);
+    return policyMap.translateOrRaise(policy);
 }
 
 ObInteger KVLegacyHelper::optionFromVRHint_error(const ObRef<ObString>& hint,
@@ -96,7 +101,7 @@ ObInteger KVLegacyHelper::eventFromVREvent_error(const ObRef<ObString>& event,
 }
 
 ObInteger KVLegacyHelper::eventFromVREvent(const ObRef<ObString>& event) {
-    return translateOrRaise<&KVLegacyHelper::eventFromVREvent_error>(event);
+    return eventMap.translateOrRaise(event);
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result,
@@ -105,5 +110,5 @@ ObInteger KVLegacyHelper::resultFromVRResult_error(const ObRef<ObString>& result
 }
 
 ObInteger KVLegacyHelper::resultFromVRResult(const ObRef<ObString>& result) {
-    return translateOrRaise<&KVLegacyHelper::resultFromVRResult_error>(result);
+    return resultMap.translateOrRaise(result);
 }

@@ -1,10 +1,13 @@
 // The object library: equality, kind-of tests, containers, text forms and
 // the storage of constants.
 #include "platform/PlatformTestSupport.h"
+#include "tessiva/VRConstants.h"
+#include "tessiva/brindle/KVErrorHelper.h"
 
 #include <climits>
 #include <gtest/gtest.h>
 #include <string>
+#include <typeinfo>
 
 namespace {
 using namespace tessiva::test;
@@ -46,6 +49,16 @@ TEST(Objects, CompareByContentsAndPassKindOfTestsThroughTheirAncestry) {
     const auto nested = array({&caller, dict({{&caller, num(LONG_MIN)}, {str("k"), &caller}})});
     EXPECT_EQ(ObFormat("<%@>", nested)->text(),
               "<(quiet#1, {quiet#2 = " + std::to_string(LONG_MIN) + "; k = quiet#3})>");
+}
+
+// A constant is one type wherever it is defined, so the exact-type fast paths
+// recognise a caller's constants and the library's alike; it still reports
+// itself as a string.
+TEST(Objects, ConstantStringsShareOneTypeAcrossLibrariesAndCallers) {
+    const std::type_info& callers = typeid(greeting);
+    EXPECT_EQ(&callers, &typeid(*VRHintTimeout));
+    EXPECT_EQ(&callers, &typeid(*KVErrorDomain));
+    EXPECT_STREQ(greeting.className(), "ObString");
 }
 
 TEST(Dictionary, KeepsInsertionOrderThroughReplaceAndRemoveAndCopies) {

@@ -3,6 +3,7 @@
 #include "support/TestSupport.h"
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRFunctions.h"
+#include "tessiva/object/ObMake.h"
 
 #include <gtest/gtest.h>
 
@@ -45,6 +46,30 @@ TEST(PolicyFunctions, FailWithTheSimulatorErrorAndLogOnlyWhenEnabled) {
             "VRTessiva: VRCanEvaluatePolicy "};
         EXPECT_EQ(capture.lines(), logging ? lines : std::vector<std::string>{});
     }
+}
+
+// A caller's value whose description itself calls a function that logs.
+class LoggingDescription final : public ObObject {
+public:
+    ObRef<ObString> description() const override {
+        VRCanEvaluatePolicy(ObString::make("Inner"), nullptr);
+        return ObString::make("described");
+    }
+};
+
+// The argument text being formatted survives the lines its arguments write:
+// they come first, whole, and the outer line after them.
+TEST(PolicyFunctions, ArgumentTextSurvivesLinesLoggedWhileFormattingIt) {
+    KVLogger::sharedInstance()->setLoggingEnabled(true);
+    const LogCapture capture;
+    const ObRef<ObDictionary> hints =
+        ObDictionary::make({{VRHintTimeout, ObMake<LoggingDescription>()}});
+    VREvaluatePolicy(VRPolicyTirsa, hints, [](ObRef<ObError>) {});
+    KVLogger::sharedInstance()->setLoggingEnabled(false);
+    const std::vector<std::string> lines = {
+        "VRTessiva: VRCanEvaluatePolicy Inner",
+        "VRTessiva: VREvaluatePolicy (, {Timeout = described})"};
+    EXPECT_EQ(capture.lines(), lines);
 }
 
 // Only the code is read, whatever the domain; an absent error stays absent.

@@ -123,9 +123,9 @@ TEST(HintsTranslation, TranslatesOrReportsTheFirstFailure) {
 }
 
 // Values reach the service as the very objects the caller gave. The table
-// lookup prints an unknown name once for its own error; the error reported
-// must come from printing it again.
-TEST(HintsTranslation, PassesTheCallersObjectsThroughAndMakesTheUnknownHintErrorAfresh) {
+// lookup makes no error of its own, so an unknown name is printed once, for
+// the error reported, and never for one thrown away.
+TEST(HintsTranslation, PassesTheCallersObjectsThroughAndPrintsAnUnknownHintOnce) {
     CallerString event("EventPasscode"), bogus("Bogus");
     const ObRef<ObObject> flag = num(1), timeout = dict({}), filter = array({&event});
     const auto option = [](ObString* hint, const ObRef<ObObject>& value, ObInteger number) {
@@ -141,6 +141,6 @@ TEST(HintsTranslation, PassesTheCallersObjectsThroughAndMakesTheUnknownHintError
 
     ObRef<ObError> error;
     EXPECT_FALSE(KVLegacyHelper::optionsFromVRHints_error(dict({{&bogus, num(1)}}), &error));
-    EXPECT_EQ(outcome(nullptr, error), "error: Unknown hint: 'Bogus#2'");
+    EXPECT_EQ(outcome(nullptr, error), "error: Unknown hint: 'Bogus#1'");
 }
 } // namespace

@@ -37,6 +37,8 @@ private:
     friend class ObImmortal<ObNumber>;
     constexpr ObNumber(ImmortalTag, bool value) noexcept
         : ObObject(immortal), value_(value ? 1 : 0), isBoolean_(true) {}
+    // An immortal integer, for numbers kept as constants (dictionary keys).
+    constexpr ObNumber(ImmortalTag, ObInteger value) noexcept : ObObject(immortal), value_(value) {}
     explicit ObNumber(ObInteger value) noexcept : value_(value) {}
 
     ObInteger value_;

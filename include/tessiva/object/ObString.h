@@ -59,11 +59,18 @@ private:
 // threads that outlive main(). Define one at namespace scope with
 // `OB_CONSTANT_STRING(name, "text");`, which makes `name` an
 // ObConstantString&. The literal must outlive it.
-class ObConstantString final : public ObString {
+//
+// Exported, with its type information defined once, in the platform library
+// (className() is out of line for that), so that a constant is recognised by
+// its exact type wherever it is defined: in either library or in a caller.
+class TESSIVA_PLATFORM_API ObConstantString final : public ObString {
 public:
     template <std::size_t N>
     consteval explicit ObConstantString(const char (&literal)[N]) noexcept
         : ObString(immortal, std::string_view(literal, N - 1)) {}
+
+    // "ObString", as for any other string.
+    const char* className() const noexcept override;
 };
 
 #define OB_CONSTANT_STRING(name, literal)                                                          \

@@ -25,10 +25,12 @@ template <class T> class ObAtomicRef {
 public:
     constexpr ObAtomicRef() noexcept = default;
 
-    ObRef<T> load() const { return ObRef<T>(static_cast<T*>(field_.load().get())); }
+    // The share the field hands out is adopted, not taken again.
+    ObRef<T> load() const { return ObRef<T>::adopt(static_cast<T*>(field_.load().leakRef())); }
     void store(ObRef<T> object) { field_.store(ObRef<ObObject>(std::move(object))); }
     ObRef<T> exchange(ObRef<T> object) {
-        return ObRef<T>(static_cast<T*>(field_.exchange(ObRef<ObObject>(std::move(object))).get()));
+        return ObRef<T>::adopt(
+            static_cast<T*>(field_.exchange(ObRef<ObObject>(std::move(object))).leakRef()));
     }
 
 private:

@@ -26,3 +26,7 @@ bool ObString::equals(const ObObject& other) const noexcept {
     const auto* string = tessiva::detail::kindOf<const ObString>(&other);
     return string != nullptr && string->hash_ == hash_ && string->text() == text();
 }
+
+const char* ObConstantString::className() const noexcept {
+    return "ObString";
+}

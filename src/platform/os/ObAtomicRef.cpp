@@ -2,21 +2,37 @@
 #include "tessiva/os/ObAtomicRef.h"
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <thread>
 
 namespace {
 constexpr std::size_t stripeCount = 64;
 
-// Padded so that two stripes never share a cache line.
-struct alignas(64) Stripe {
-    std::mutex mutex;
+// A lock held for a pointer swap and a retain at most: taking it is one
+// exchange, giving it back one store. A thread that finds it held yields
+// until it is free, since the holder may have been preempted.
+class alignas(64) Stripe {
+public:
+    void lock() noexcept {
+        while (locked_.exchange(true, std::memory_order_acquire)) {
+            while (locked_.load(std::memory_order_relaxed))
+                std::this_thread::yield();
+        }
+    }
+    void unlock() noexcept { locked_.store(false, std::memory_order_release); }
+
+private:
+    std::atomic<bool> locked_{false};
 };
 
-std::mutex& stripeFor(const void* field) {
-    static std::array<Stripe, stripeCount> stripes;
+// Constant-initialised, so usable from any static initialiser or destructor.
+constinit std::array<Stripe, stripeCount> stripes{};
+
+Stripe& stripeFor(const void* field) {
     const auto address = reinterpret_cast<std::uintptr_t>(field);
-    return stripes[(address >> 4) % stripeCount].mutex;
+    return stripes[(address >> 4) % stripeCount];
 }
 } // namespace
 

@@ -1,0 +1,97 @@
+// The name tables: every text found whatever object carries it, in a table
+// that gives each text its own slot and in one forced to probe; and the text
+// comparison that confirms a slot.
+#include "translation/NameTable.h"
+
+#include "platform/PlatformTestSupport.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+using tessiva::detail::NameTable;
+using tessiva::detail::sameText;
+
+OB_CONSTANT_STRING(alpha, "Alpha");
+OB_CONSTANT_STRING(alphaAgain, "Alpha"); // the same text: the later number wins
+// Differs from "Alpha" by 16 in one byte, so the low bits of both hashes, and
+// the home slot of a probing table, agree (on both word sizes).
+OB_CONSTANT_STRING(alphq, "Alphq");
+OB_CONSTANT_STRING(shortName, "ab");
+OB_CONSTANT_STRING(empty, "");
+OB_CONSTANT_STRING(longName, "AlphaBetaGammaDelta");
+
+std::vector<NameTable::Row> rows() {
+    return {{&alpha, 1}, {&alphq, 2},    {&shortName, 3},
+            {&empty, 4}, {&longName, 5}, {&alphaAgain, 7}};
+}
+
+NameTable searched{rows, "Unknown thing: '%@'"};
+NameTable probing{rows, "Unknown thing: '%@'", 0};
+
+// The number, or the error's message, from the error form; the raising form
+// must agree.
+std::string translated(NameTable& table, const ObRef<ObString>& name) {
+    ObRef<ObError> error = ObError::make(ObString::make("stale"), 1, nullptr);
+    const ObInteger number = table.translate(name, &error);
+    std::string raised = std::to_string(number);
+    try {
+        table.translateOrRaise(name);
+    } catch (const KVException& exception) {
+        raised = std::string(exception.error()->localizedDescription()->text());
+    }
+    const std::string given =
+        error ? std::string(error->localizedDescription()->text()) : std::to_string(number);
+    EXPECT_EQ(raised, given);
+    return given;
+}
+
+TEST(NameTable, FindsEveryTextByAnyObjectInEitherLayout) {
+    const std::pair<ObRef<ObString>, std::string> cases[] = {
+        {&alpha, "7"},
+        {&alphaAgain, "7"},
+        {ObString::make("Alpha"), "7"},
+        {&alphq, "2"},
+        {ObString::make("Alphq"), "2"},
+        {ObString::make("ab"), "3"},
+        {ObString::make(""), "4"},
+        {ObString::make("AlphaBetaGammaDelta"), "5"},
+        // Shares the home slot of "Alpha" and "Alphq".
+        {ObString::make("AlphA"), "Unknown thing: 'AlphA'"},
+        {ObString::make("Alph"), "Unknown thing: 'Alph'"},
+        {nullptr, "Unknown thing: '(null)'"},
+    };
+    for (NameTable* table : {&searched, &probing}) {
+        SCOPED_TRACE(table == &searched ? "searched layout" : "probing layout");
+        for (const auto& [name, expected] : cases)
+            EXPECT_EQ(translated(*table, name), expected);
+    }
+}
+
+// Texts of each length class (bytes, half words, whole words with an
+// overlapping tail), equal and one byte off at the start, middle and end.
+TEST(NameTable, ComparesTextByLengthAndEveryByte) {
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"", "", true},
+        {"ab", "ab", true},
+        {"ab", "ac", false},
+        {"ab", "abc", false},
+        {"Alpha", "Alpha", true},
+        {"Alpha", "xlpha", false},
+        {"Alpha", "Alpho", false},
+        {"Passcode", "Passcode", true},
+        {"Passcode", "PasscodE", false},
+        {"AlphaBetaGammaDelta", "AlphaBetaGammaDelta", true},
+        {"AlphaBetaGammaDelta", "AlphaBetXGammaDelta", false},
+        {"AlphaBetaGammaDelta", "AlphaBetaGammaDeltA", false},
+        {"EventPassphrase!", "EventPassphrase?", false},
+        {"EventPassphrase!", "EventPassphrase!", true},
+    };
+    for (const auto& [left, right, same] : cases) {
+        EXPECT_EQ(sameText(*ObString::make(left), *ObString::make(right)), same)
+            << left << " / " << right;
+    }
+}
+
+} // namespace
