@@ -4,12 +4,24 @@
 
 #include "../os/Seam.h"
 #include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 
+#include <cstdlib>
+#include <string_view>
+
 namespace {
+// The backend used while none is installed, chosen once by TESSIVA_SERVICE:
+// "bus" the daemon, otherwise the simulated service (absent for "none").
+ObRef<KVClientBackend> defaultBackend() {
+    const char* name = std::getenv("TESSIVA_SERVICE");
+    if (name != nullptr && std::string_view(name) == "bus")
+        return KVBusService::make();
+    return KVSimulatedService::defaultService();
+}
+
 tessiva::detail::Seam<KVClientBackend>& backendSeam() {
-    static auto* seam =
-        new tessiva::detail::Seam<KVClientBackend>(KVSimulatedService::defaultService());
+    static auto* seam = new tessiva::detail::Seam<KVClientBackend>(defaultBackend());
     return *seam;
 }
 
