@@ -8,7 +8,8 @@
 #   -D<OUT|ERR>_MATCHES=<re>  the stream matches the regular expression
 #   -DOUT_ROWS=<n> -DOUT_ROW_PREFIX=<p>  n lines of standard output start with p
 # An unchecked stream must be empty. Before comparing, hexadecimal addresses
-# become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run.
+# become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run;
+# with -DREPLACE=<text> -DREPLACE_WITH=<text>, that text is replaced too.
 cmake_minimum_required(VERSION 3.25)
 
 set(arguments)
@@ -34,6 +35,9 @@ foreach(stream OUT ERR)
     set(actual "${${stream}_actual}")
     string(REGEX REPLACE "0x[0-9a-f]+" "0xADDRESS" actual "${actual}")
     string(REGEX REPLACE "<[0-9a-f]+>" "<BYTES>" actual "${actual}")
+    if(DEFINED REPLACE)
+        string(REPLACE "${REPLACE}" "${REPLACE_WITH}" actual "${actual}")
+    endif()
     set(checked FALSE)
     if(DEFINED ${stream})
         set(checked TRUE)
