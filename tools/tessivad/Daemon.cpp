@@ -66,38 +66,45 @@ Daemon::ReplyWriter successWriter(bool succeeded, ObRef<ObError> error) {
 }
 } // namespace
 
+// Every method is open to every user (sd-bus would otherwise refuse other
+// users' calls); the daemon itself decides what each caller may reach.
 const sd_bus_vtable Daemon::vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD_WITH_NAMES(
         "Connect", "vb", SD_BUS_PARAM(handle) SD_BUS_PARAM(has_delegate), "tvvv",
         SD_BUS_PARAM(client) SD_BUS_PARAM(handle) SD_BUS_PARAM(creator) SD_BUS_PARAM(error),
-        &Daemon::onConnect, 0),
-    SD_BUS_METHOD_WITH_NAMES("Release", "t", SD_BUS_PARAM(client), "", , &Daemon::onRelease, 0),
+        &Daemon::onConnect, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("Release", "t", SD_BUS_PARAM(client), "", , &Daemon::onRelease,
+                             SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("Invalidate", "t", SD_BUS_PARAM(client), "", , &Daemon::onInvalidate,
-                             0),
-    SD_BUS_METHOD_WITH_NAMES(
-        "EvaluatePolicy", "txv", SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options),
-        "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluatePolicy, 0),
-    SD_BUS_METHOD_WITH_NAMES(
-        "EvaluateACL", "tvvv",
-        SD_BUS_PARAM(client) SD_BUS_PARAM(acl) SD_BUS_PARAM(operation) SD_BUS_PARAM(options), "vv",
-        SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluateACL, 0),
+                             SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("EvaluatePolicy", "txv",
+                             SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options), "vv",
+                             SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluatePolicy,
+                             SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("EvaluateACL", "tvvv",
+                             SD_BUS_PARAM(client) SD_BUS_PARAM(acl) SD_BUS_PARAM(operation)
+                                 SD_BUS_PARAM(options),
+                             "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluateACL,
+                             SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("EnterPassword", "tv", SD_BUS_PARAM(client) SD_BUS_PARAM(password),
                              "bv", SD_BUS_PARAM(success) SD_BUS_PARAM(error),
-                             &Daemon::onEnterPassword, SD_BUS_VTABLE_SENSITIVE),
+                             &Daemon::onEnterPassword,
+                             SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("FailProcessedEvent", "txv",
+                             SD_BUS_PARAM(client) SD_BUS_PARAM(event) SD_BUS_PARAM(failure), "bv",
+                             SD_BUS_PARAM(success) SD_BUS_PARAM(error),
+                             &Daemon::onFailProcessedEvent, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
-        "FailProcessedEvent", "txv", SD_BUS_PARAM(client) SD_BUS_PARAM(event) SD_BUS_PARAM(failure),
-        "bv", SD_BUS_PARAM(success) SD_BUS_PARAM(error), &Daemon::onFailProcessedEvent, 0),
-    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "ttvv",
-                             SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response)
-                                 SD_BUS_PARAM(error),
-                             "", , &Daemon::onAnswerEvent, SD_BUS_VTABLE_SENSITIVE),
+        "AnswerEvent", "ttvv",
+        SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response) SD_BUS_PARAM(error), "", ,
+        &Daemon::onAnswerEvent, SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("EventReturned", "ttis",
                              SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome)
                                  SD_BUS_PARAM(exception),
-                             "", , &Daemon::onEventReturned, 0),
+                             "", , &Daemon::onEventReturned, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("Statistics", "", , "a{st}", SD_BUS_PARAM(counts),
-                             &Daemon::onStatistics, 0),
+                             &Daemon::onStatistics, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_NAMES(
         "Event", "ttxv",
         SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(event) SD_BUS_PARAM(params), 0),
@@ -119,8 +126,8 @@ Daemon::~Daemon() {
 }
 
 int Daemon::start() {
-    int result = sd_bus_add_object_vtable(bus_, &objectSlot_, KVBusService::objectPath,
-                                          interfaceName, vtable, this);
+    int result =
+        sd_bus_add_object_vtable(bus_, &objectSlot_, objectPath, interfaceName, vtable, this);
     if (result >= 0)
         result = sd_bus_match_signal(bus_, &ownerSlot_, "org.freedesktop.DBus",
                                      "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -299,8 +306,7 @@ void Daemon::sendEvent(const std::string& owner, std::uint64_t client, std::uint
                        ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay) {
     sd_bus_message* signal = nullptr;
     ObRef<ObError> failure;
-    int result =
-        sd_bus_message_new_signal(bus_, &signal, KVBusService::objectPath, interfaceName, "Event");
+    int result = sd_bus_message_new_signal(bus_, &signal, objectPath, interfaceName, "Event");
     if (result >= 0)
         result = sd_bus_message_set_destination(signal, owner.c_str());
     if (result >= 0)
@@ -570,6 +576,15 @@ int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_er
         return 0;
     const std::set<std::uint64_t> ids = std::move(found->second);
     self.clientsByOwner_.erase(found);
+    // Replies it waits for would go nowhere.
+    for (auto call = self.deferred_.begin(); call != self.deferred_.end();) {
+        if (std::string_view(sd_bus_message_get_sender(call->second)) == name) {
+            sd_bus_message_unref(call->second);
+            call = self.deferred_.erase(call);
+        } else {
+            ++call;
+        }
+    }
     for (std::uint64_t id : ids) {
         Client& client = self.clients_.at(id);
         // Its evaluations end as if the process had stopped them.

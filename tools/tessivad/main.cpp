@@ -1,8 +1,8 @@
 // tessivad: the authentication daemon. It hosts a service and serves client
 // processes on D-Bus under org.tessiva.Authentication1.
+#include "BusInterface.h"
 #include "Daemon.h"
 #include "HostedService.h"
-#include "tessiva/kavelin/KVBusService.h"
 
 #include <csignal>
 #include <cstdio>
@@ -120,7 +120,7 @@ int main(int argc, char** argv) {
             (result = sd_event_add_signal(loop.event(), nullptr, SIGTERM, nullptr, nullptr)) < 0 ||
             (result = sd_event_add_signal(loop.event(), nullptr, SIGINT, nullptr, nullptr)) < 0) {
             exitCode = fail("cannot serve", result);
-        } else if ((result = sd_bus_request_name(bus, KVBusService::busName, 0)) < 0) {
+        } else if ((result = sd_bus_request_name(bus, tessiva::detail::bus::busName, 0)) < 0) {
             exitCode = fail("cannot own org.tessiva.Authentication1", result);
         } else {
             std::printf("tessivad: ready\n");

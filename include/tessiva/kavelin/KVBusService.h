@@ -22,12 +22,10 @@
 
 #include "tessiva/kavelin/KVClient.h"
 
+// The daemon owns the bus name org.tessiva.Authentication1 and serves the
+// interface of that name at /org/tessiva/Authentication1.
 class TESSIVA_PLATFORM_API KVBusService : public KVClientBackend {
 public:
-    // The daemon's well-known name, object path and interface.
-    static constexpr char busName[] = "org.tessiva.Authentication1";
-    static constexpr char objectPath[] = "/org/tessiva/Authentication1";
-
     // A backend on the bus at the address (as in DBUS_SESSION_BUS_ADDRESS);
     // absent means the session bus, or the system bus when the environment
     // variable TESSIVA_BUS is "system". Setting TESSIVA_SERVICE=bus makes

@@ -47,13 +47,17 @@ void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDic
             sd_bus_message_append(m, "tx", id_, std::int64_t(policy));
             return appendValue(m, options);
         },
-        [link = link_, shared](sd_bus_message* message, ObRef<ObError> failure) {
+        // The pending call keeps the link alive; the dispatcher task then
+        // does, so that the link never ends on its own loop's thread.
+        [link = link_, shared](sd_bus_message* message, ObRef<ObError> failure) mutable {
             ObRef<ObObject> result;
             if (message)
                 failure = readOutcome(message, result);
-            link->dispatcher().post([shared, failure, result = ob_cast<ObDictionary>(result)] {
-                (*shared)(failure ? nullptr : result, failure);
-            });
+            Dispatcher& dispatcher = link->dispatcher();
+            dispatcher.post(
+                [link = std::move(link), shared, failure, result = ob_cast<ObDictionary>(result)] {
+                    (*shared)(failure ? nullptr : result, failure);
+                });
         },
         true);
 }

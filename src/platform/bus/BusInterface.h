@@ -5,6 +5,9 @@
 #include <cstddef>
 
 namespace tessiva::detail::bus {
+// The daemon's well-known name, its object and its interface.
+inline constexpr char busName[] = "org.tessiva.Authentication1";
+inline constexpr char objectPath[] = "/org/tessiva/Authentication1";
 inline constexpr char interfaceName[] = "org.tessiva.Authentication1";
 inline constexpr char errorUnknownClient[] = "org.tessiva.Authentication1.Error.UnknownClient";
 inline constexpr char errorInvalidValue[] = "org.tessiva.Authentication1.Error.InvalidValue";

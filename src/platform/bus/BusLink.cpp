@@ -132,8 +132,8 @@ void BusLink::send(const char* member, ArgumentWriter write) {
 void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyReader read,
                       bool forever) {
     sd_bus_message* message = nullptr;
-    int result = sd_bus_message_new_method_call(bus_, &message, KVBusService::busName,
-                                                KVBusService::objectPath, interfaceName, member);
+    int result =
+        sd_bus_message_new_method_call(bus_, &message, busName, objectPath, interfaceName, member);
     ObRef<ObError> failure;
     // Passcodes and answers cross in these; sd-bus wipes them when freed.
     if (result >= 0)
@@ -210,21 +210,29 @@ void BusLink::deliverEvent(sd_bus_message* message) {
         if (auto found = delegates_.find(client); found != delegates_.end())
             delegate = found->second;
     }
-    auto returnEvent = [this, client, serial](EventOutcome outcome, std::string text) {
-        send("EventReturned", [=](sd_bus_message* m) -> ObRef<ObError> {
+    auto returnEvent = [client, serial](BusLink& link, EventOutcome outcome, std::string text) {
+        link.send("EventReturned", [=](sd_bus_message* m) -> ObRef<ObError> {
             sd_bus_message_append(m, "ttis", client, serial, std::int32_t(outcome), text.c_str());
             return nullptr;
         });
     };
     if (!delegate) {
-        returnEvent(returned, "");
+        returnEvent(*this, returned, "");
         return;
     }
-    dispatcher_.post([this, delegate, client, serial, event, returnEvent,
+    // Weak: a delegate may keep its reply after every client has gone.
+    std::weak_ptr<BusLink> weak = weak_from_this();
+    dispatcher_.post([weak, delegate, client, serial, event, returnEvent,
                       params = ob_cast<ObDictionary>(params)] {
-        KVUIReply answer = [this, client, serial](ObRef<ObDictionary> response,
+        std::shared_ptr<BusLink> link = weak.lock();
+        if (!link)
+            return;
+        KVUIReply answer = [weak, client, serial](ObRef<ObDictionary> response,
                                                   ObRef<ObError> error) {
-            send("AnswerEvent", [=](sd_bus_message* m) -> ObRef<ObError> {
+            std::shared_ptr<BusLink> alive = weak.lock();
+            if (!alive)
+                return;
+            alive->send("AnswerEvent", [=](sd_bus_message* m) -> ObRef<ObError> {
                 sd_bus_message_append(m, "tt", client, serial);
                 // An answer that cannot cross fails the evaluation with the reason.
                 if (ObRef<ObError> failure = encodingError(m, response))
@@ -236,11 +244,11 @@ void BusLink::deliverEvent(sd_bus_message* message) {
         };
         try {
             delegate->event_params_reply(ObInteger(event), params, std::move(answer));
-            returnEvent(returned, "");
+            returnEvent(*link, returned, "");
         } catch (const std::exception& exception) {
-            returnEvent(threwException, exception.what());
+            returnEvent(*link, threwException, exception.what());
         } catch (...) {
-            returnEvent(threwOther, "");
+            returnEvent(*link, threwOther, "");
         }
     });
 }

@@ -1,4 +1,5 @@
-// The queue outlives the Dispatcher when its own thread destroys it.
+// The queue outlives the Dispatcher when its own thread destroys it; tasks
+// still queued when it stops are dropped.
 #include "Dispatcher.h"
 
 namespace tessiva::detail::bus {
@@ -30,8 +31,12 @@ void Dispatcher::drain(const std::shared_ptr<Queue>& queue) {
     std::unique_lock lock(queue->mutex);
     for (;;) {
         queue->changed.wait(lock, [&] { return queue->stopping || !queue->tasks.empty(); });
-        if (queue->tasks.empty())
+        if (queue->stopping) {
+            // What they hold may refer to the owner that is going.
+            std::deque<std::function<void()>> dropped = std::move(queue->tasks);
+            lock.unlock();
             return;
+        }
         std::function<void()> task = std::move(queue->tasks.front());
         queue->tasks.pop_front();
         lock.unlock();

@@ -13,8 +13,8 @@ namespace tessiva::detail::bus {
 class Dispatcher {
 public:
     Dispatcher();
-    // Runs what is queued, then ends the thread; detaches instead of joining
-    // when a callback itself drops the last owner.
+    // Ends the thread after the running task, dropping those still queued;
+    // detaches instead of joining when a task itself drops the last owner.
     ~Dispatcher();
     Dispatcher(const Dispatcher&) = delete;
     Dispatcher& operator=(const Dispatcher&) = delete;
