@@ -24,7 +24,8 @@ public:
     // Asks the installed backend for a client on an externalized context
     // (absent for a new context) with a user-interface delegate (may be
     // absent). With no backend installed, the simulated service answers
-    // (KVSimulatedService::defaultService()). A process started with the
+    // (KVSimulatedService::defaultService()), or, in a process started with
+    // TESSIVA_SERVICE=bus, the daemon (KVBusService::make()). A process started with the
     // environment variable TESSIVA_SERVICE=none has no such default: with no
     // backend installed, the request then replies at once, on the calling
     // thread, with an absent client and a KVErrorDomain error of code
