@@ -72,7 +72,7 @@ public:
                                        "/org/tessiva/Authentication1",
                                        "org.tessiva.Authentication1", member);
         write(message);
-        sd_bus_error error = SD_BUS_ERROR_NULL;
+        sd_bus_error error{};
         sd_bus_message* reply = nullptr;
         const int result = sd_bus_call(bus_, message, 0, &error, &reply);
         sd_bus_message_unref(message);
