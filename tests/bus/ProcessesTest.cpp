@@ -250,6 +250,29 @@ TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServ
     EXPECT_EQ(answered.get(), success);
 }
 
+TEST_F(DaemonProcessesTest, AContextOutlivesItsClientsByTheIdleTimeOnly) {
+    daemon.reset();
+    daemon = std::make_unique<DaemonProcess>(bus.address(),
+                                             std::vector<std::string>{"--idle-seconds", "0"});
+    ObRef<KVClient> client = connect();
+    const ObRef<ObData> handle = client->externalizedContext();
+    // While one client holds it, releasing another keeps the context: once
+    // the release is in, a timer due then would have run by the next call.
+    ObRef<KVClient> other = connect(nullptr, handle);
+    ASSERT_TRUE(other) << refusal;
+    other = nullptr;
+    while (raw.statistics().at("clients") != 1) {
+    }
+    EXPECT_EQ(raw.statistics().at("contexts"), 1u);
+    client = nullptr;
+    // The release reaches the daemon after the connect before it; with no
+    // idle time the context then ends on the daemon's next turn.
+    while (raw.statistics().at("contexts") != 0) {
+    }
+    EXPECT_FALSE(connect(nullptr, handle));
+    EXPECT_EQ(refusal, unknownHandle);
+}
+
 TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     daemon.reset();
     daemon = std::make_unique<DaemonProcess>(bus.address(),

@@ -20,7 +20,7 @@ constexpr char usage[] =
     "  --system                the system bus, for deployment\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
     "  --service NAME          the hosted service: simulated (default) or pam\n"
-    "  --idle-seconds N        how long a context outlives its last client process (300)\n"
+    "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
     "  --max-contexts N        contexts per user (64)\n"
     "  --help                  this text\n"
     "\n"
@@ -39,10 +39,10 @@ int badUsage(const std::string& problem) {
     return 2;
 }
 
-bool positive(const char* text, std::size_t& value) {
+bool number(const char* text, std::size_t& value, std::size_t least) {
     char* end = nullptr;
     const unsigned long long parsed = std::strtoull(text, &end, 10);
-    if (*text == '\0' || *end != '\0' || parsed == 0 || parsed > 100000000ull)
+    if (*text < '0' || *text > '9' || *end != '\0' || parsed < least || parsed > 100000000ull)
         return false;
     value = std::size_t(parsed);
     return true;
@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
         const bool hasValue = i + 1 < argc;
-        std::size_t number = 0;
+        std::size_t value = 0;
         if (argument == "--help") {
             std::fputs(usage, stdout);
             return 0;
@@ -72,10 +72,10 @@ int main(int argc, char** argv) {
             options.address = argv[++i];
         } else if (argument == "--service" && hasValue) {
             options.service = argv[++i];
-        } else if (argument == "--idle-seconds" && hasValue && positive(argv[++i], number)) {
-            options.limits.idleTime = std::chrono::seconds(number);
-        } else if (argument == "--max-contexts" && hasValue && positive(argv[++i], number)) {
-            options.limits.contextsPerUser = number;
+        } else if (argument == "--idle-seconds" && hasValue && number(argv[++i], value, 0)) {
+            options.limits.idleTime = std::chrono::seconds(value);
+        } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.contextsPerUser = value;
         } else {
             return badUsage("bad argument '" + std::string(argument) + "'");
         }
