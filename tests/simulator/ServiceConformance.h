@@ -31,6 +31,10 @@ struct ServiceTargetMaker {
     std::string name;
     std::function<std::unique_ptr<ServiceTarget>()> make;
 };
+// GoogleTest prints a parameter by its name, never its bytes.
+inline void PrintTo(const ServiceTargetMaker& maker, std::ostream* out) {
+    *out << maker.name;
+}
 inline std::string targetName(const ::testing::TestParamInfo<ServiceTargetMaker>& parameter) {
     return parameter.param.name;
 }
