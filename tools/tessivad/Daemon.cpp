@@ -110,8 +110,9 @@ const sd_bus_vtable Daemon::vtable[] = {
         SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(event) SD_BUS_PARAM(params), 0),
     SD_BUS_VTABLE_END};
 
-Daemon::Daemon(EventLoop& loop, sd_bus* bus, ObRef<KVClientBackend> service, DaemonLimits limits)
-    : loop_(loop), bus_(bus), service_(std::move(service)), limits_(limits) {}
+Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus, ObRef<KVClientBackend> service,
+               DaemonLimits limits)
+    : loop_(std::move(loop)), bus_(bus), service_(std::move(service)), limits_(limits) {}
 
 Daemon::~Daemon() {
     for (auto& [id, client] : clients_)
@@ -245,9 +246,9 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     Daemon* daemon = &self;
     self.service_->clientWithExternalizedContext_uiDelegate_reply(
         handle, relay,
-        [daemon, number, owner, uid, creator, relay, clientId](ObRef<KVClient> client,
-                                                               ObRef<ObError> failure) {
-            daemon->loop_.post([=] {
+        [daemon, loop = self.loop_, number, owner, uid, creator, relay,
+         clientId](ObRef<KVClient> client, ObRef<ObError> failure) {
+            loop->post([=] {
                 *clientId =
                     daemon->finishConnect(number, owner, uid, creator, relay, client, failure);
             });
@@ -425,8 +426,9 @@ int Daemon::onEvaluatePolicy(sd_bus_message* call, void* userdata, sd_bus_error*
     Daemon* daemon = &self;
     client->client->evaluatePolicy_options_reply(
         ObInteger(policy), options,
-        [daemon, number, id](ObRef<ObDictionary> result, ObRef<ObError> failure) {
-            daemon->loop_.post([=] {
+        [daemon, loop = self.loop_, number, id](ObRef<ObDictionary> result,
+                                                ObRef<ObError> failure) {
+            loop->post([=] {
                 if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
                     --found->second.evaluations;
                 daemon->replyLater(number, outcomeWriter(result, failure));
@@ -456,8 +458,8 @@ int Daemon::onEvaluateACL(sd_bus_message* call, void* userdata, sd_bus_error* er
     Daemon* daemon = &self;
     client->client->evaluateACL_operation_options_reply(
         acl, operation, options,
-        [daemon, number](ObRef<ObDictionary> result, ObRef<ObError> failure) {
-            daemon->loop_.post([=] { daemon->replyLater(number, outcomeWriter(result, failure)); });
+        [daemon, loop = self.loop_, number](ObRef<ObDictionary> result, ObRef<ObError> failure) {
+            loop->post([=] { daemon->replyLater(number, outcomeWriter(result, failure)); });
         });
     return 1;
 }
@@ -477,8 +479,8 @@ int Daemon::onEnterPassword(sd_bus_message* call, void* userdata, sd_bus_error* 
     const std::uint64_t number = self.defer(call);
     Daemon* daemon = &self;
     client->client->enterPassword_reply(
-        password, [daemon, number](bool done, ObRef<ObError> failure) {
-            daemon->loop_.post([=] { daemon->replyLater(number, successWriter(done, failure)); });
+        password, [daemon, loop = self.loop_, number](bool done, ObRef<ObError> failure) {
+            loop->post([=] { daemon->replyLater(number, successWriter(done, failure)); });
         });
     return 1;
 }
@@ -499,8 +501,9 @@ int Daemon::onFailProcessedEvent(sd_bus_message* call, void* userdata, sd_bus_er
     const std::uint64_t number = self.defer(call);
     Daemon* daemon = &self;
     client->client->failProcessedEvent_failureError_reply(
-        ObInteger(event), failureError, [daemon, number](bool done, ObRef<ObError> failure) {
-            daemon->loop_.post([=] { daemon->replyLater(number, successWriter(done, failure)); });
+        ObInteger(event), failureError,
+        [daemon, loop = self.loop_, number](bool done, ObRef<ObError> failure) {
+            loop->post([=] { daemon->replyLater(number, successWriter(done, failure)); });
         });
     return 1;
 }

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <sys/types.h>
@@ -30,8 +31,10 @@ public:
     using ReplyWriter =
         std::function<ObRef<ObError>(sd_bus_message*, const ObRef<ObError>& failure)>;
 
-    Daemon(detail::bus::EventLoop& loop, sd_bus* bus, ObRef<KVClientBackend> service,
-           DaemonLimits limits);
+    // The loop is shared with the replies the hosted service may still give
+    // after the daemon has gone: they post to it, and it runs them no more.
+    Daemon(std::shared_ptr<detail::bus::EventLoop> loop, sd_bus* bus,
+           ObRef<KVClientBackend> service, DaemonLimits limits);
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
@@ -87,7 +90,7 @@ private:
     void forgetContext(const std::string& key);
     void armIdleTimer(const std::string& key, Context& context);
 
-    detail::bus::EventLoop& loop_;
+    const std::shared_ptr<detail::bus::EventLoop> loop_;
     sd_bus* bus_;
     const ObRef<KVClientBackend> service_;
     const DaemonLimits limits_;

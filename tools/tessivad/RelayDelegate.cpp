@@ -16,11 +16,11 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         returns_.emplace(serial, Return{});
         raised_.insert(event);
     }
-    loop_.post([self = ObRef<RelayDelegate>(this), serial, event, params] {
+    loop_->post([self = ObRef<RelayDelegate>(this), serial, event, params] {
         self->send_(serial, event, params);
     });
     // A service that raises from the loop's own thread cannot wait for it.
-    if (loop_.onLoopThread()) {
+    if (loop_->onLoopThread()) {
         std::lock_guard lock(mutex_);
         returns_.erase(serial);
         return;

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -25,8 +26,8 @@ using EventSender =
 
 class RelayDelegate final : public KVUIDelegate {
 public:
-    RelayDelegate(detail::bus::EventLoop& loop, EventSender send)
-        : loop_(loop), send_(std::move(send)) {}
+    RelayDelegate(std::shared_ptr<detail::bus::EventLoop> loop, EventSender send)
+        : loop_(std::move(loop)), send_(std::move(send)) {}
 
     // On a service thread: relays, then waits for the call's return.
     void event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
@@ -56,7 +57,7 @@ private:
         std::string text;
     };
 
-    detail::bus::EventLoop& loop_;
+    const std::shared_ptr<detail::bus::EventLoop> loop_;
     const EventSender send_;
     std::mutex mutex_;
     std::condition_variable changed_;

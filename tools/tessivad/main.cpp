@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -94,7 +95,9 @@ int main(int argc, char** argv) {
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 
-    tessiva::detail::bus::EventLoop loop;
+    // Shared with replies the service may give after the daemon has gone.
+    const auto shared = std::make_shared<tessiva::detail::bus::EventLoop>();
+    tessiva::detail::bus::EventLoop& loop = *shared;
     sd_bus* bus = nullptr;
     int result = loop.usable() ? 0 : -ENOMEM;
     if (result >= 0 && options.bus == Options::Bus::address) {
@@ -113,7 +116,7 @@ int main(int argc, char** argv) {
         return fail("cannot connect to the bus", result);
     int exitCode = 0;
     {
-        tessiva::daemon::Daemon daemon(loop, bus, service, options.limits);
+        tessiva::daemon::Daemon daemon(shared, bus, service, options.limits);
         if ((result = daemon.start()) < 0 ||
             (result = sd_bus_attach_event(bus, loop.event(), 0)) < 0 ||
             (result = sd_bus_set_exit_on_disconnect(bus, 1)) < 0 ||
