@@ -88,7 +88,8 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 The tessiva command: runs the VR interface against the simulated
 authentication service, authenticates the device owner through PAM (with the
 tessiva PAM service in /etc/pam.d), translates hints and errors, lists the
-vocabulary.")
+vocabulary; and tessivad, the authentication daemon on D-Bus, with its
+systemd unit, D-Bus activation file and system-bus policy.")
 # The PAM service file includes the system's common-auth and common-account.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS libpam-runtime)
 

@@ -12,3 +12,6 @@ set_property(GLOBAL PROPERTY FIND_LIBRARY_USE_LIB64_PATHS OFF)
 
 # Checked once the compiler is known (CMakeLists.txt): -m32 must have taken.
 set(TESSIVA_EXPECTED_SIZEOF_VOID_P 4)
+# pkg-config likewise: only the 32-bit .pc files (there is no 32-bit
+# libsystemd on the machine, so the D-Bus parts are left out).
+set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/i386-linux-gnu/pkgconfig:/usr/share/pkgconfig")

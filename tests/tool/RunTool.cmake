@@ -9,7 +9,8 @@
 #   -DOUT_ROWS=<n> -DOUT_ROW_PREFIX=<p>  n lines of standard output start with p
 # -DIN_FILE=<path> gives the file as standard input.
 # An unchecked stream must be empty. Before comparing, hexadecimal addresses
-# become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run.
+# become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run;
+# with -DREPLACE=<text> -DREPLACE_WITH=<text>, that text is replaced too.
 cmake_minimum_required(VERSION 3.25)
 
 set(arguments)
@@ -39,6 +40,9 @@ foreach(stream OUT ERR)
     set(actual "${${stream}_actual}")
     string(REGEX REPLACE "0x[0-9a-f]+" "0xADDRESS" actual "${actual}")
     string(REGEX REPLACE "<[0-9a-f]+>" "<BYTES>" actual "${actual}")
+    if(DEFINED REPLACE)
+        string(REPLACE "${REPLACE}" "${REPLACE_WITH}" actual "${actual}")
+    endif()
     set(checked FALSE)
     if(DEFINED ${stream})
         set(checked TRUE)

@@ -27,11 +27,11 @@ public:
     // variable TESSIVA_SERVICE names (read once) answers: unset, empty or
     // "simulated" is the simulated service (KVSimulatedService::
     // defaultService()), "pam" a KVPAMService configured from the environment
-    // (KVPAMService::configurationFromEnvironment()). "none", or any other
-    // name, is no default: with no backend installed, the request then
-    // replies at once, on the calling thread, with an absent client and a
-    // KVErrorDomain error of code KVErrorServiceUnavailable, "No
-    // authentication service is available.".
+    // (KVPAMService::configurationFromEnvironment()), "bus" the daemon
+    // (KVBusService::make()). "none", or any other name, is no default: with
+    // no backend installed, the request then replies at once, on the calling
+    // thread, with an absent client and a KVErrorDomain error of code
+    // KVErrorServiceUnavailable, "No authentication service is available.".
     static void clientWithExternalizedContext_uiDelegate_reply(
         const ObRef<ObData>& context, const ObRef<KVUIDelegate>& uiDelegate, KVClientReply reply);
 

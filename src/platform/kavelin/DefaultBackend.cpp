@@ -3,6 +3,7 @@
 #include "DefaultBackend.h"
 
 #include "../os/EnvironmentFlag.h"
+#include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVPAMService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObFormat.h"
@@ -25,6 +26,7 @@ constexpr NamedBackend backends[] = {
          return ObRef<KVClientBackend>(
              KVPAMService::make(KVPAMService::configurationFromEnvironment()));
      }},
+    {"bus", [] { return ObRef<KVClientBackend>(KVBusService::make()); }},
     {"none", [] { return ObRef<KVClientBackend>(); }},
 };
 constexpr const NamedBackend* simulated = &backends[0];

@@ -1,0 +1,65 @@
+// The loop's queue is woken through an eventfd, so posting never blocks.
+#include "EventLoop.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace tessiva::detail::bus {
+EventLoop::EventLoop() {
+    wakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wakeup_ < 0 || sd_event_new(&event_) < 0)
+        return;
+    if (sd_event_add_io(event_, &wakeupSource_, wakeup_, EPOLLIN, &EventLoop::onWakeup, this) < 0)
+        event_ = sd_event_unref(event_);
+}
+
+EventLoop::~EventLoop() {
+    sd_event_source_unref(wakeupSource_);
+    sd_event_unref(event_);
+    if (wakeup_ >= 0)
+        close(wakeup_);
+}
+
+void EventLoop::post(std::function<void()> task) {
+    {
+        std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+    }
+    const std::uint64_t one = 1;
+    (void)!write(wakeup_, &one, sizeof one);
+}
+
+void EventLoop::stop() {
+    {
+        std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    const std::uint64_t one = 1;
+    (void)!write(wakeup_, &one, sizeof one);
+}
+
+int EventLoop::run() {
+    thread_.store(std::this_thread::get_id());
+    int result = sd_event_loop(event_);
+    std::lock_guard lock(mutex_);
+    tasks_.clear();
+    return result;
+}
+
+int EventLoop::onWakeup(sd_event_source*, int fd, uint32_t, void* self) {
+    auto& loop = *static_cast<EventLoop*>(self);
+    std::uint64_t count = 0;
+    (void)!read(fd, &count, sizeof count);
+    for (;;) {
+        std::function<void()> task;
+        {
+            std::lock_guard lock(loop.mutex_);
+            if (loop.tasks_.empty())
+                return loop.stopping_ ? sd_event_exit(loop.event_, 0) : 0;
+            task = std::move(loop.tasks_.front());
+            loop.tasks_.pop_front();
+        }
+        task();
+    }
+}
+} // namespace tessiva::detail::bus

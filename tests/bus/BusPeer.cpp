@@ -1,0 +1,129 @@
+// A second client process for the daemon's tests. It reaches the daemon on
+// DBUS_SESSION_BUS_ADDRESS and reports on standard output, one line a step:
+//   bus_peer restore HANDLE           restores the context: its creator, or the error
+//   bus_peer enter HANDLE PASSCODE    restores the context and enters the passcode
+//   bus_peer evaluate                 makes a context, evaluates with a delegate that
+//                                     never answers; prints the handle at the event,
+//                                     then waits to be killed
+//   bus_peer evaluations N            makes a context and runs N evaluations, each
+//                                     answered by its delegate; prints "N done"
+// HANDLE is hexadecimal.
+#include "tessiva/kavelin/KVBusService.h"
+#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/object/Ob.h"
+
+#include <cstdio>
+#include <future>
+#include <string>
+#include <unistd.h>
+
+namespace {
+std::string hex(const ObRef<ObData>& data) {
+    std::string text;
+    char digits[3];
+    for (ObUInteger i = 0; i < data->length(); ++i) {
+        std::snprintf(digits, sizeof digits, "%02x", unsigned(data->bytes()[i]));
+        text += digits;
+    }
+    return text;
+}
+
+ObRef<ObData> unhex(const std::string& text) {
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < text.size(); i += 2)
+        bytes.push_back(char(std::stoi(text.substr(i, 2), nullptr, 16)));
+    return ObData::make(bytes.data(), bytes.size());
+}
+
+std::string describe(const ObRef<ObError>& error) {
+    return std::string(
+        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
+}
+
+// Answers each active passcode event with the passcode, or never; tells the
+// first event to `asked`.
+class PeerDelegate final : public KVUIDelegate {
+public:
+    PeerDelegate(bool answers, std::function<void()> asked)
+        : answers_(answers), asked_(std::move(asked)) {}
+    void event_params_reply(ObInteger, const ObRef<ObDictionary>& params,
+                            KVUIReply reply) override {
+        if (asked_) {
+            asked_();
+            asked_ = nullptr;
+        }
+        auto active = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(0)));
+        if (answers_ && active && active->boolValue())
+            reply(ObDictionary::make({{ObNumber::make(0), ObString::make("1234")}}), nullptr);
+    }
+
+private:
+    const bool answers_;
+    std::function<void()> asked_;
+};
+
+ObRef<KVClient> connect(const ObRef<ObData>& handle, const ObRef<KVUIDelegate>& delegate) {
+    ObRef<KVClient> client;
+    KVBusService::make()->clientWithExternalizedContext_uiDelegate_reply(
+        handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
+            client = made;
+            if (error)
+                std::printf("%s\n", describe(error).c_str());
+        });
+    return client;
+}
+
+std::string evaluate(const ObRef<KVClient>& client) {
+    std::promise<std::string> outcome;
+    client->evaluatePolicy_options_reply(1000, nullptr, [&](auto result, auto error) {
+        outcome.set_value(error ? describe(error) : std::string(ObFormat("%@", result)->text()));
+    });
+    return outcome.get_future().get();
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    const std::string command = argc > 1 ? argv[1] : "";
+    if (command == "restore" && argc == 3) {
+        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+            std::printf("restored, made by %s\n", client->creatorDisplayName()->cString());
+        return 0;
+    }
+    if (command == "enter" && argc == 4) {
+        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+            client->enterPassword_reply(ObString::make(argv[3]), [](bool, ObRef<ObError> error) {
+                std::printf("%s\n", error ? describe(error).c_str() : "success");
+            });
+        return 0;
+    }
+    if (command == "evaluate") {
+        ObRef<KVClient> client;
+        client = connect(nullptr, ObMake<PeerDelegate>(false, [&] {
+                             std::printf("%s\n", hex(client->externalizedContext()).c_str());
+                         }));
+        if (client)
+            evaluate(client);
+        return 1; // killed before this, or the evaluation failed
+    }
+    if (command == "evaluations" && argc == 3) {
+        const int count = std::stoi(argv[2]);
+        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(true, nullptr));
+        int succeeded = 0;
+        for (int i = 0; client && i < count; ++i) {
+            const std::string outcome = evaluate(client);
+            if (outcome == "{1 = 0; 3 = 1; 4 = 0; 5 = 0}")
+                ++succeeded;
+            else
+                std::printf("%s\n", outcome.c_str());
+        }
+        if (client)
+            client->invalidate();
+        std::printf("%d done\n", succeeded);
+        return 0;
+    }
+    std::fprintf(
+        stderr,
+        "usage: bus_peer restore HANDLE | enter HANDLE PASSCODE | evaluate | evaluations N\n");
+    return 2;
+}

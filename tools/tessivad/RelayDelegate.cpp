@@ -1,0 +1,87 @@
+// Events out to the client process, returns and answers back in.
+#include "RelayDelegate.h"
+
+#include <stdexcept>
+
+namespace tessiva::daemon {
+void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
+                                       KVUIReply reply) {
+    std::uint64_t serial = 0;
+    {
+        std::lock_guard lock(mutex_);
+        if (closed_)
+            return;
+        serial = nextSerial_++;
+        answers_.emplace(serial, std::move(reply));
+        returns_.emplace(serial, Return{});
+        raised_.insert(event);
+    }
+    loop_->post([self = ObRef<RelayDelegate>(this), serial, event, params] {
+        self->send_(serial, event, params);
+    });
+    // A service that raises from the loop's own thread cannot wait for it.
+    if (loop_->onLoopThread()) {
+        std::lock_guard lock(mutex_);
+        returns_.erase(serial);
+        return;
+    }
+    Return ended;
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return closed_ || returns_[serial].done; });
+        ended = std::move(returns_[serial]);
+        returns_.erase(serial);
+    }
+    if (ended.outcome == EventOutcome::threwException)
+        throw std::runtime_error(ended.text);
+    if (ended.outcome == EventOutcome::threwOther)
+        throw EventOutcome::threwOther; // of no standard type, as the delegate's was
+}
+
+void RelayDelegate::answer(std::uint64_t serial, const ObRef<ObDictionary>& response,
+                           const ObRef<ObError>& error) {
+    KVUIReply reply;
+    {
+        std::lock_guard lock(mutex_);
+        auto found = answers_.find(serial);
+        if (found == answers_.end())
+            return;
+        reply = std::move(found->second);
+        answers_.erase(found);
+    }
+    reply(response, error);
+}
+
+void RelayDelegate::returned(std::uint64_t serial, EventOutcome outcome, std::string text) {
+    {
+        std::lock_guard lock(mutex_);
+        auto found = returns_.find(serial);
+        if (found == returns_.end() || found->second.done)
+            return;
+        found->second = Return{true, outcome, std::move(text)};
+    }
+    changed_.notify_all();
+}
+
+void RelayDelegate::close() {
+    std::map<std::uint64_t, KVUIReply> dropped;
+    {
+        std::lock_guard lock(mutex_);
+        closed_ = true;
+        dropped.swap(answers_);
+        for (auto& [serial, ended] : returns_)
+            ended.done = true;
+    }
+    changed_.notify_all();
+}
+
+std::set<ObInteger> RelayDelegate::raisedEvents() {
+    std::lock_guard lock(mutex_);
+    return raised_;
+}
+
+std::size_t RelayDelegate::pendingCount() {
+    std::lock_guard lock(mutex_);
+    return answers_.size() + returns_.size();
+}
+} // namespace tessiva::daemon

@@ -1,0 +1,137 @@
+// tessivad: the authentication daemon. It hosts a service and serves client
+// processes on D-Bus under org.tessiva.Authentication1.
+#include "BusInterface.h"
+#include "Daemon.h"
+#include "HostedService.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace {
+constexpr char usage[] =
+    "Usage: tessivad [OPTION]...\n"
+    "Serves org.tessiva.Authentication1 on D-Bus with a hosted authentication service.\n"
+    "\n"
+    "  --session               the session bus (the default)\n"
+    "  --system                the system bus, for deployment\n"
+    "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
+    "  --service NAME          the hosted service: simulated (default) or pam\n"
+    "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
+    "  --max-contexts N        contexts per user (64)\n"
+    "  --help                  this text\n"
+    "\n"
+    "Prints \"tessivad: ready\" on standard output once it owns its name; ends on\n"
+    "SIGTERM or SIGINT, or when the bus goes. Exit status: 0 ended, 1 failed, 2 bad usage.\n";
+
+struct Options {
+    enum class Bus { session, system, address } bus = Bus::session;
+    std::string address;
+    std::string service = "simulated";
+    tessiva::daemon::DaemonLimits limits;
+};
+
+int badUsage(const std::string& problem) {
+    std::fprintf(stderr, "tessivad: %s\nTry 'tessivad --help' for more.\n", problem.c_str());
+    return 2;
+}
+
+bool number(const char* text, std::size_t& value, std::size_t least) {
+    char* end = nullptr;
+    const unsigned long long parsed = std::strtoull(text, &end, 10);
+    if (*text < '0' || *text > '9' || *end != '\0' || parsed < least || parsed > 100000000ull)
+        return false;
+    value = std::size_t(parsed);
+    return true;
+}
+
+int fail(const char* what, int result) {
+    std::fprintf(stderr, "tessivad: %s: %s\n", what, std::strerror(-result));
+    return 1;
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        const bool hasValue = i + 1 < argc;
+        std::size_t value = 0;
+        if (argument == "--help") {
+            std::fputs(usage, stdout);
+            return 0;
+        } else if (argument == "--session") {
+            options.bus = Options::Bus::session;
+        } else if (argument == "--system") {
+            options.bus = Options::Bus::system;
+        } else if (argument == "--address" && hasValue) {
+            options.bus = Options::Bus::address;
+            options.address = argv[++i];
+        } else if (argument == "--service" && hasValue) {
+            options.service = argv[++i];
+        } else if (argument == "--idle-seconds" && hasValue && number(argv[++i], value, 0)) {
+            options.limits.idleTime = std::chrono::seconds(value);
+        } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.contextsPerUser = value;
+        } else {
+            return badUsage("bad argument '" + std::string(argument) + "'");
+        }
+    }
+    std::string problem;
+    const ObRef<KVClientBackend> service =
+        tessiva::daemon::hostedServiceNamed(options.service, problem);
+    if (!service)
+        return badUsage(problem);
+
+    // Blocked before any thread starts, so that only the loop takes them.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    // Shared with replies the service may give after the daemon has gone.
+    const auto shared = std::make_shared<tessiva::detail::bus::EventLoop>();
+    tessiva::detail::bus::EventLoop& loop = *shared;
+    sd_bus* bus = nullptr;
+    int result = loop.usable() ? 0 : -ENOMEM;
+    if (result >= 0 && options.bus == Options::Bus::address) {
+        result = sd_bus_new(&bus);
+        if (result >= 0)
+            result = sd_bus_set_address(bus, options.address.c_str());
+        if (result >= 0)
+            result = sd_bus_set_bus_client(bus, 1);
+        if (result >= 0)
+            result = sd_bus_start(bus);
+    } else if (result >= 0) {
+        result =
+            options.bus == Options::Bus::system ? sd_bus_open_system(&bus) : sd_bus_open_user(&bus);
+    }
+    if (result < 0)
+        return fail("cannot connect to the bus", result);
+    int exitCode = 0;
+    {
+        tessiva::daemon::Daemon daemon(shared, bus, service, options.limits);
+        if ((result = daemon.start()) < 0 ||
+            (result = sd_bus_attach_event(bus, loop.event(), 0)) < 0 ||
+            (result = sd_bus_set_exit_on_disconnect(bus, 1)) < 0 ||
+            (result = sd_event_add_signal(loop.event(), nullptr, SIGTERM, nullptr, nullptr)) < 0 ||
+            (result = sd_event_add_signal(loop.event(), nullptr, SIGINT, nullptr, nullptr)) < 0) {
+            exitCode = fail("cannot serve", result);
+        } else if ((result = sd_bus_request_name(bus, tessiva::detail::bus::busName, 0)) < 0) {
+            exitCode = fail("cannot own org.tessiva.Authentication1", result);
+        } else {
+            std::printf("tessivad: ready\n");
+            std::fflush(stdout);
+            result = loop.run();
+            exitCode = result < 0 ? fail("the loop failed", result) : 0;
+        }
+    }
+    sd_bus_flush_close_unref(bus);
+    return exitCode;
+}
