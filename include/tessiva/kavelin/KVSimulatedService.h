@@ -91,9 +91,10 @@ public:
     static ObRef<KVSimulatedService> make();
 
     // The process's own service, which KVClient uses whenever no backend is
-    // installed. Absent unless the environment variable TESSIVA_SERVICE was
-    // unset, empty or "simulated" on first use (it is read once): the process
-    // then has another service, or none.
+    // installed and the environment variable TESSIVA_SERVICE is unset, empty
+    // or "simulated" (it is read once). Absent when TESSIVA_SERVICE names no
+    // service ("none", or a name no backend has): the process then has none.
+    // With "pam" or "bus" it exists but is not the default backend.
     static ObRef<KVSimulatedService> defaultService();
 
     // The passcode later evaluations accept; absent restores the default.

@@ -60,7 +60,8 @@ ObRef<KVClientBackend> environmentBackend() {
     return selected != nullptr ? selected->make() : nullptr;
 }
 
-bool environmentSelectsSimulatedService() {
-    return selection() == simulated;
+bool environmentNamesNoService() {
+    const NamedBackend* selected = selection();
+    return selected == nullptr || selected->name == "none";
 }
 } // namespace tessiva::detail

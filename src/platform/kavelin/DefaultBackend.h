@@ -10,6 +10,7 @@ namespace tessiva::detail {
 // (reported once at error level), is no service at all, so that a mistyped
 // name never falls back to a simulation.
 ObRef<KVClientBackend> environmentBackend();
-// Whether TESSIVA_SERVICE leaves the simulated service as the default.
-bool environmentSelectsSimulatedService();
+// Whether TESSIVA_SERVICE names no service at all ("none" or an unknown
+// name), so that the process has no simulated service either.
+bool environmentNamesNoService();
 } // namespace tessiva::detail

@@ -42,7 +42,7 @@ ObRef<KVSimulatedService> KVSimulatedService::defaultService() {
     // Never destroyed, like the backend seam, so that static destructors
     // elsewhere may still ask for clients.
     static KVSimulatedService* const service =
-        tessiva::detail::environmentSelectsSimulatedService() ? make().leakRef() : nullptr;
+        tessiva::detail::environmentNamesNoService() ? nullptr : make().leakRef();
     return ObRef<KVSimulatedService>(service);
 }
 
