@@ -44,7 +44,10 @@ TEST(FaultInjection, EveryReplyReachesTheCallerWithServiceErrorsTranslated) {
     for (FakeReplyMode mode : {FakeReplyMode::AtOnce, FakeReplyMode::OwnThread})
         for (int deliveries : {1, 2})
             for (int path = 0; path < 4; ++path)
-                for (const auto& [error, expected] : injected) {
+                for (const auto& pair : injected) {
+                    // References, not a structured binding: clang 14 cannot capture one.
+                    const ObRef<ObError>& error = pair.first;
+                    const ObRef<ObError>& expected = pair.second;
                     SCOPED_TRACE(::testing::Message()
                                  << pathNames[path] << ", mode " << int(mode) << ", " << deliveries
                                  << " replies: " << printed(error));
