@@ -90,6 +90,10 @@ private:
 
 class PamThroughDaemonTest : public ::testing::Test {
 protected:
+    // The daemon ends cleanly, its PAM services and their contexts with it
+    // (under the sanitizers, a leak would fail its exit status).
+    void TearDown() override { EXPECT_EQ(daemon.stop(), 0); }
+
     ObRef<KVClient> connect(const ObRef<ObData>& handle, const ObRef<KVUIDelegate>& delegate) {
         ObRef<KVClient> client;
         bus->clientWithExternalizedContext_uiDelegate_reply(
