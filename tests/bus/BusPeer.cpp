@@ -7,6 +7,9 @@
 //                                     then waits to be killed
 //   bus_peer evaluations N            makes a context and runs N evaluations, each
 //                                     answered by its delegate; prints "N done"
+//   bus_peer authenticate PASSCODE    makes a context and evaluates once, each
+//                                     passcode event answered with PASSCODE;
+//                                     prints the outcome
 // HANDLE is hexadecimal.
 #include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
@@ -40,12 +43,12 @@ std::string describe(const ObRef<ObError>& error) {
         ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
 }
 
-// Answers each active passcode event with the passcode, or never; tells the
-// first event to `asked`.
+// Answers each active passcode event with the passcode, or never when it is
+// empty; tells the first event to `asked`.
 class PeerDelegate final : public KVUIDelegate {
 public:
-    PeerDelegate(bool answers, std::function<void()> asked)
-        : answers_(answers), asked_(std::move(asked)) {}
+    PeerDelegate(std::string passcode, std::function<void()> asked)
+        : passcode_(std::move(passcode)), asked_(std::move(asked)) {}
     void event_params_reply(ObInteger, const ObRef<ObDictionary>& params,
                             KVUIReply reply) override {
         if (asked_) {
@@ -53,12 +56,12 @@ public:
             asked_ = nullptr;
         }
         auto active = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(0)));
-        if (answers_ && active && active->boolValue())
-            reply(ObDictionary::make({{ObNumber::make(0), ObString::make("1234")}}), nullptr);
+        if (!passcode_.empty() && active && active->boolValue())
+            reply(ObDictionary::make({{ObNumber::make(0), ObString::make(passcode_)}}), nullptr);
     }
 
 private:
-    const bool answers_;
+    const std::string passcode_;
     std::function<void()> asked_;
 };
 
@@ -99,7 +102,7 @@ int main(int argc, char** argv) {
     }
     if (command == "evaluate") {
         ObRef<KVClient> client;
-        client = connect(nullptr, ObMake<PeerDelegate>(false, [&] {
+        client = connect(nullptr, ObMake<PeerDelegate>("", [&] {
                              std::printf("%s\n", hex(client->externalizedContext()).c_str());
                          }));
         if (client)
@@ -108,7 +111,7 @@ int main(int argc, char** argv) {
     }
     if (command == "evaluations" && argc == 3) {
         const int count = std::stoi(argv[2]);
-        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(true, nullptr));
+        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>("1234", nullptr));
         int succeeded = 0;
         for (int i = 0; client && i < count; ++i) {
             const std::string outcome = evaluate(client);
@@ -122,8 +125,16 @@ int main(int argc, char** argv) {
         std::printf("%d done\n", succeeded);
         return 0;
     }
+    if (command == "authenticate" && argc == 3) {
+        if (ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(argv[2], nullptr))) {
+            std::printf("%s\n", evaluate(client).c_str());
+            client->invalidate();
+        }
+        return 0;
+    }
     std::fprintf(
         stderr,
-        "usage: bus_peer restore HANDLE | enter HANDLE PASSCODE | evaluate | evaluations N\n");
+        "usage: bus_peer restore HANDLE | enter HANDLE PASSCODE | evaluate | evaluations N | "
+        "authenticate PASSCODE\n");
     return 2;
 }

@@ -2,6 +2,7 @@
 // private-bus.conf, and tessivad on it. Nothing reaches the machine's buses.
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -21,7 +23,7 @@ namespace tessiva::test {
 // A child process whose standard output the test reads line by line.
 class ChildProcess {
 public:
-    // Runs argv with the variables added to this process's environment.
+    // Runs argv with this process's environment and the variables added.
     ChildProcess(const std::vector<std::string>& argv,
                  const std::vector<std::string>& extraEnv = {}) {
         int out[2];
@@ -30,10 +32,15 @@ public:
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        std::vector<std::string> env;
-        for (char** entry = environ; *entry != nullptr; ++entry)
-            env.emplace_back(*entry);
-        env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+        // The variables added replace those of the same name.
+        std::vector<std::string> env = extraEnv;
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            const std::string_view name(*entry, std::strcspn(*entry, "="));
+            if (std::none_of(extraEnv.begin(), extraEnv.end(), [&](const std::string& added) {
+                    return added.compare(0, name.size() + 1, std::string(name) + "=") == 0;
+                }))
+                env.emplace_back(*entry);
+        }
         std::vector<char*> args, envp;
         for (const auto& arg : argv)
             args.push_back(const_cast<char*>(arg.c_str()));

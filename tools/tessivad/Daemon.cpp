@@ -110,9 +110,9 @@ const sd_bus_vtable Daemon::vtable[] = {
         SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(event) SD_BUS_PARAM(params), 0),
     SD_BUS_VTABLE_END};
 
-Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus, ObRef<KVClientBackend> service,
-               DaemonLimits limits)
-    : loop_(std::move(loop)), bus_(bus), service_(std::move(service)), limits_(limits) {}
+Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus,
+               std::unique_ptr<HostedServices> services, DaemonLimits limits)
+    : loop_(std::move(loop)), bus_(bus), services_(std::move(services)), limits_(limits) {}
 
 Daemon::~Daemon() {
     for (auto& [id, client] : clients_)
@@ -174,6 +174,19 @@ void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
     sd_bus_message_unref(call);
 }
 
+namespace {
+// Connect's reply when no client was made: no client, handle or creator.
+int replyConnectFailure(sd_bus_message* call, const ObRef<ObError>& failure) {
+    sd_bus_message* reply = nullptr;
+    if (sd_bus_message_new_method_return(call, &reply) >= 0 &&
+        sd_bus_message_append(reply, "t", std::uint64_t(0)) >= 0 && !appendValue(reply, nullptr) &&
+        !appendValue(reply, nullptr) && !appendValue(reply, failure))
+        sd_bus_send(nullptr, reply, nullptr);
+    sd_bus_message_unref(reply);
+    return 1;
+}
+} // namespace
+
 int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
     ObRef<ObData> handle;
@@ -208,19 +221,11 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     if (handle) {
         auto found = self.contexts_.find(keyOf(*handle));
         // Another user's context is as unknown as one that never was.
-        if (found == self.contexts_.end() || found->second.uid != uid) {
-            const ObRef<ObError> unknown = ObError::make(
-                KVErrorDomain, KVErrorInvalidContext,
-                ObDictionary::make({{ObLocalizedDescriptionKey, &unknownHandleMessage}}));
-            sd_bus_message* reply = nullptr;
-            if (sd_bus_message_new_method_return(call, &reply) >= 0 &&
-                sd_bus_message_append(reply, "t", std::uint64_t(0)) >= 0 &&
-                !appendValue(reply, nullptr) && !appendValue(reply, nullptr) &&
-                !appendValue(reply, unknown))
-                sd_bus_send(nullptr, reply, nullptr);
-            sd_bus_message_unref(reply);
-            return 1;
-        }
+        if (found == self.contexts_.end() || found->second.uid != uid)
+            return replyConnectFailure(
+                call, ObError::make(KVErrorDomain, KVErrorInvalidContext,
+                                    ObDictionary::make(
+                                        {{ObLocalizedDescriptionKey, &unknownHandleMessage}})));
     } else {
         std::size_t owned = 0;
         for (const auto& [key, context] : self.contexts_)
@@ -230,6 +235,11 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
                           "A user may hold " + std::to_string(self.limits_.contextsPerUser) +
                               " contexts at most");
     }
+
+    ObRef<ObError> noService;
+    const ObRef<KVClientBackend> service = self.services_->forUser(uid, noService);
+    if (!service)
+        return replyConnectFailure(call, noService);
 
     ObRef<RelayDelegate> relay;
     auto clientId = std::make_shared<std::uint64_t>(0);
@@ -244,7 +254,7 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     }
     const std::uint64_t number = self.defer(call);
     Daemon* daemon = &self;
-    self.service_->clientWithExternalizedContext_uiDelegate_reply(
+    service->clientWithExternalizedContext_uiDelegate_reply(
         handle, relay,
         [daemon, loop = self.loop_, number, owner, uid, creator, relay,
          clientId](ObRef<KVClient> client, ObRef<ObError> failure) {
@@ -386,11 +396,14 @@ int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
     if (found == self.contexts_.end())
         return 0;
     // The service knows the context by its handle; a client of it ends it.
-    self.service_->clientWithExternalizedContext_uiDelegate_reply(
-        found->second.handle, nullptr, [](ObRef<KVClient> client, ObRef<ObError>) {
-            if (client)
-                client->invalidate();
-        });
+    ObRef<ObError> noService;
+    if (const ObRef<KVClientBackend> service =
+            self.services_->forUser(found->second.uid, noService))
+        service->clientWithExternalizedContext_uiDelegate_reply(
+            found->second.handle, nullptr, [](ObRef<KVClient> client, ObRef<ObError>) {
+                if (client)
+                    client->invalidate();
+            });
     self.forgetContext(key);
     return 0;
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "EventLoop.h"
+#include "HostedService.h"
 #include "RelayDelegate.h"
 #include "tessiva/kavelin/KVClient.h"
 
@@ -34,7 +35,7 @@ public:
     // The loop is shared with the replies the hosted service may still give
     // after the daemon has gone: they post to it, and it runs them no more.
     Daemon(std::shared_ptr<detail::bus::EventLoop> loop, sd_bus* bus,
-           ObRef<KVClientBackend> service, DaemonLimits limits);
+           std::unique_ptr<HostedServices> services, DaemonLimits limits);
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
@@ -52,7 +53,7 @@ private:
         std::size_t evaluations = 0;
     };
     struct Context {
-        uid_t uid = 0;
+        uid_t uid = 0; // its service is services_->forUser(uid)
         ObRef<ObData> handle;
         ObRef<ObString> creator;
         std::size_t clients = 0;
@@ -92,7 +93,7 @@ private:
 
     const std::shared_ptr<detail::bus::EventLoop> loop_;
     sd_bus* bus_;
-    const ObRef<KVClientBackend> service_;
+    const std::unique_ptr<HostedServices> services_;
     const DaemonLimits limits_;
     sd_bus_slot* objectSlot_ = nullptr;
     sd_bus_slot* ownerSlot_ = nullptr;

@@ -1,17 +1,79 @@
-// The one place where a service name becomes a backend.
+// The one place where a service name becomes the backends for the callers.
 #include "HostedService.h"
 
+#include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 
+#include <pwd.h>
+#include <unordered_map>
+#include <vector>
+
 namespace tessiva::daemon {
-ObRef<KVClientBackend> hostedServiceNamed(std::string_view name, std::string& problem) {
-    if (name == "simulated")
-        return KVSimulatedService::make();
-    if (name == "pam") {
-        problem = "the PAM service is not part of this build of Tessiva yet";
-        return nullptr;
+namespace {
+class SharedService final : public HostedServices {
+public:
+    explicit SharedService(ObRef<KVClientBackend> service) : service_(std::move(service)) {}
+    ObRef<KVClientBackend> forUser(uid_t, ObRef<ObError>&) override { return service_; }
+
+private:
+    const ObRef<KVClientBackend> service_;
+};
+
+// The login name of the uid; empty when the system has none.
+std::string userName(uid_t uid) {
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(1024);
+    int result = 0;
+    while ((result = getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found)) == ERANGE &&
+           buffer.size() < 1024 * 1024)
+        buffer.resize(buffer.size() * 4);
+    return result == 0 && found != nullptr ? std::string(found->pw_name) : std::string();
+}
+
+// Kept for the daemon's lifetime: a user's contexts live in its service, and
+// the services are as many as the system's users who called.
+class PAMServicePerUser final : public HostedServices {
+public:
+    explicit PAMServicePerUser(KVPAMConfiguration configuration)
+        : configuration_(std::move(configuration)) {}
+    ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>& failure) override {
+        if (auto found = services_.find(uid); found != services_.end())
+            return found->second;
+        KVPAMConfiguration configuration = configuration_;
+        configuration.user = userName(uid);
+        if (configuration.user.empty()) {
+            failure =
+                ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
+                              ObDictionary::make(
+                                  {{ObLocalizedDescriptionKey,
+                                    ObString::make("The caller's user (uid " + std::to_string(uid) +
+                                                   ") has no name on this system.")}}));
+            return nullptr;
+        }
+        ObRef<KVClientBackend> service = KVPAMService::make(std::move(configuration));
+        services_.emplace(uid, service);
+        return service;
     }
-    problem = "unknown service '" + std::string(name) + "' (expected " + hostedServiceNames + ")";
+
+private:
+    const KVPAMConfiguration configuration_;
+    std::unordered_map<uid_t, ObRef<KVClientBackend>> services_;
+};
+} // namespace
+
+std::unique_ptr<HostedServices> hostedServicesNamed(const HostedServiceOptions& options,
+                                                    std::string& problem) {
+    if (options.name == "simulated")
+        return std::make_unique<SharedService>(KVSimulatedService::make());
+    if (options.name == "pam") {
+        if (!KVPAMService::isSupported()) {
+            problem = "PAM support is not built into Tessiva";
+            return nullptr;
+        }
+        return std::make_unique<PAMServicePerUser>(options.pam);
+    }
+    problem = "unknown service '" + options.name + "' (expected " + hostedServiceNames + ")";
     return nullptr;
 }
 } // namespace tessiva::daemon

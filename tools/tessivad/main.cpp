@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace {
 constexpr char usage[] =
@@ -21,9 +22,14 @@ constexpr char usage[] =
     "  --system                the system bus, for deployment\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
     "  --service NAME          the hosted service: simulated (default) or pam\n"
+    "  --pam-service NAME      the PAM service that judges passcodes (tessiva)\n"
+    "  --pam-biometric-service NAME\n"
+    "                          the PAM service for biometrics only (none: unavailable)\n"
     "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
     "  --max-contexts N        contexts per user (64)\n"
     "  --help                  this text\n"
+    "\n"
+    "With pam, each caller authenticates as the user the bus reports for it.\n"
     "\n"
     "Prints \"tessivad: ready\" on standard output once it owns its name; ends on\n"
     "SIGTERM or SIGINT, or when the bus goes. Exit status: 0 ended, 1 failed, 2 bad usage.\n";
@@ -31,7 +37,7 @@ constexpr char usage[] =
 struct Options {
     enum class Bus { session, system, address } bus = Bus::session;
     std::string address;
-    std::string service = "simulated";
+    tessiva::daemon::HostedServiceOptions service;
     tessiva::daemon::DaemonLimits limits;
 };
 
@@ -72,7 +78,11 @@ int main(int argc, char** argv) {
             options.bus = Options::Bus::address;
             options.address = argv[++i];
         } else if (argument == "--service" && hasValue) {
-            options.service = argv[++i];
+            options.service.name = argv[++i];
+        } else if (argument == "--pam-service" && hasValue) {
+            options.service.pam.service = argv[++i];
+        } else if (argument == "--pam-biometric-service" && hasValue) {
+            options.service.pam.biometricService = argv[++i];
         } else if (argument == "--idle-seconds" && hasValue && number(argv[++i], value, 0)) {
             options.limits.idleTime = std::chrono::seconds(value);
         } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {
@@ -82,9 +92,9 @@ int main(int argc, char** argv) {
         }
     }
     std::string problem;
-    const ObRef<KVClientBackend> service =
-        tessiva::daemon::hostedServiceNamed(options.service, problem);
-    if (!service)
+    std::unique_ptr<tessiva::daemon::HostedServices> services =
+        tessiva::daemon::hostedServicesNamed(options.service, problem);
+    if (!services)
         return badUsage(problem);
 
     // Blocked before any thread starts, so that only the loop takes them.
@@ -116,7 +126,7 @@ int main(int argc, char** argv) {
         return fail("cannot connect to the bus", result);
     int exitCode = 0;
     {
-        tessiva::daemon::Daemon daemon(shared, bus, service, options.limits);
+        tessiva::daemon::Daemon daemon(shared, bus, std::move(services), options.limits);
         if ((result = daemon.start()) < 0 ||
             (result = sd_bus_attach_event(bus, loop.event(), 0)) < 0 ||
             (result = sd_bus_set_exit_on_disconnect(bus, 1)) < 0 ||
