@@ -46,36 +46,50 @@ ObRef<ObMutableDictionary> withScandraIdentityOption(ObRef<ObMutableDictionary> 
                               tessiva::detail::optionKey(scandraIdentityOption));
     return options;
 }
-} // namespace
 
-void VRCredentialReference::evaluatePolicy_hints_reply(const ObRef<ObString>& policy,
-                                                       const ObRef<ObDictionary>& hints,
-                                                       VRErrorReply reply) {
+// Both forms: logs, translates and sends, then has the service's reply log,
+// replace the kept result and hand `done` the error in the VR vocabulary.
+// `done` is the caller's reply, or the synchronous form's own rendezvous,
+// which so reaches the client inside one function object rather than two.
+template <class Done>
+void evaluate(VRCredentialReference& self, const ObAtomicRef<KVClient>& clientField,
+              ObAtomicRef<ObDictionary>& lastResult, const ObRef<ObString>& policy,
+              const ObRef<ObDictionary>& hints, Done done) {
     logReferenceEntry(evaluatePolicyLog, "%@, %@", policy, hints);
     // Hints first: when both are bad, the hints' exception is the one raised.
     ObRef<ObMutableDictionary> translated = KVLegacyHelper::optionsFromVRHints(hints);
     const ObRef<ObMutableDictionary> options =
         withScandraIdentityOption(std::move(translated), scandraIdentityAvailable());
-    const ObRef<KVClient> client = _client.load();
+    const ObRef<KVClient> client = clientField.load();
     const ObInteger policyNumber = KVLegacyHelper::policyFromVRPolicy(policy);
     if (!client)
         return;
 
+    // `lastResult` is a field of `self`, which the reply keeps alive.
     client->evaluatePolicy_options_reply(
         policyNumber, options,
-        [self = ObRef<VRCredentialReference>(this),
-         reply = std::move(reply)](ObRef<ObDictionary> result, ObRef<ObError> error) {
+        [keepAlive = ObRef<VRCredentialReference>(&self), &lastResult,
+         done = std::move(done)](ObRef<ObDictionary> result, ObRef<ObError> error) {
             logReferenceReply(evaluatePolicyLog, "-> %@, %@", result, error);
             // Unconditional: a failed evaluation leaves no result to read.
-            self->_lastEvaluatePolicyResult.store(result);
-            reply(KVLegacyHelper::vrErrorFromKVError(error));
+            lastResult.store(result);
+            done(KVLegacyHelper::vrErrorFromKVError(error));
         });
+}
+} // namespace
+
+void VRCredentialReference::evaluatePolicy_hints_reply(const ObRef<ObString>& policy,
+                                                       const ObRef<ObDictionary>& hints,
+                                                       VRErrorReply reply) {
+    evaluate(*this, _client, _lastEvaluatePolicyResult, policy, hints, std::move(reply));
 }
 
 bool VRCredentialReference::evaluatePolicy_hints_error(const ObRef<ObString>& policy,
                                                        const ObRef<ObDictionary>& hints,
                                                        ObRef<ObError>* error) {
     return tessiva::detail::waitForErrorReply(
-        [&](VRErrorReply reply) { evaluatePolicy_hints_reply(policy, hints, std::move(reply)); },
+        [&](auto reply) {
+            evaluate(*this, _client, _lastEvaluatePolicyResult, policy, hints, std::move(reply));
+        },
         error);
 }

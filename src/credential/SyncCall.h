@@ -3,7 +3,6 @@
 #pragma once
 
 #include "tessiva/object/ObError.h"
-#include "tessiva/os/ObSemaphore.h"
 
 #include <atomic>
 #include <memory>
@@ -20,11 +19,12 @@ namespace tessiva::detail {
 template <class Value, class Start> ObRef<Value> waitForReply(Start&& start) {
     // Shared with the reply, which may run on another thread after this
     // frame would otherwise be gone. Only the reply that claims it first
-    // writes the value, before signalling, so the wait orders the read after
-    // that one write.
+    // writes the value, before releasing `ready`, so the acquiring wait
+    // orders the read after that one write. A reply that has already run,
+    // the usual case, costs the wait a single load.
     struct Rendezvous {
-        ObSemaphore semaphore{0};
         std::atomic<bool> claimed{false};
+        std::atomic<bool> ready{false};
         ObRef<Value> value;
     };
     auto rendezvous = std::make_shared<Rendezvous>();
@@ -32,9 +32,10 @@ template <class Value, class Start> ObRef<Value> waitForReply(Start&& start) {
         if (rendezvous->claimed.exchange(true, std::memory_order_relaxed))
             return;
         rendezvous->value = std::move(value);
-        rendezvous->semaphore.signal();
+        rendezvous->ready.store(true, std::memory_order_release);
+        rendezvous->ready.notify_one();
     });
-    rendezvous->semaphore.wait();
+    rendezvous->ready.wait(false, std::memory_order_acquire);
     return std::move(rendezvous->value);
 }
 

@@ -34,8 +34,22 @@ TESSIVA_FAST_THREAD_LOCAL DescriptionWalk* currentWalk = nullptr;
 
 // The writers pass the buffer and the walk down as arguments, which keeps
 // the common case, a shallow graph, as cheap as writing without bounds.
-void writeObject(std::string& out, DescriptionWalk& walk, const ObObject& object);
+void writeNonLeaf(std::string& out, DescriptionWalk& walk, const ObObject& object,
+                  const std::type_info& type);
 void writeForeign(std::string& out, DescriptionWalk& walk, const ObObject& object);
+
+// Strings and numbers, most of what containers hold, are written in the
+// container's own loop rather than through a call each.
+[[gnu::always_inline]] inline void writeItem(std::string& out, DescriptionWalk& walk,
+                                             const ObObject& object) {
+    const std::type_info& type = typeid(object);
+    if (isExactly<ObConstantString>(type) || isExactly<ObString>(type))
+        out += static_cast<const ObString&>(object).text();
+    else if (isExactly<ObNumber>(type))
+        appendIntegerDescription(out, static_cast<const ObNumber&>(object).integerValue());
+    else
+        writeNonLeaf(out, walk, object, type);
+}
 
 // False, with the marker written in the container's place, when it is one of
 // its own ancestors or lies too deep.
@@ -81,7 +95,7 @@ void writeArray(std::string& out, DescriptionWalk& walk, const ObArray& array) {
         return;
     out += '(';
     for (auto item = array.begin(), end = array.end(); item != end;) {
-        writeObject(out, walk, **item);
+        writeItem(out, walk, **item);
         if (++item == end)
             break;
         out += ", ";
@@ -98,9 +112,9 @@ void writeDictionary(std::string& out, DescriptionWalk& walk, const ObDictionary
         return;
     out += '{';
     for (auto entry = dictionary.begin(), end = dictionary.end(); entry != end;) {
-        writeObject(out, walk, *entry->first);
+        writeItem(out, walk, *entry->first);
         out += " = ";
-        writeObject(out, walk, *entry->second);
+        writeItem(out, walk, *entry->second);
         if (++entry == end)
             break;
         out += "; ";
@@ -111,13 +125,9 @@ void writeDictionary(std::string& out, DescriptionWalk& walk, const ObDictionary
     leave<mayHoldItself>(walk);
 }
 
-void writeObject(std::string& out, DescriptionWalk& walk, const ObObject& object) {
-    const std::type_info& type = typeid(object);
-    if (isExactly<ObConstantString>(type) || isExactly<ObString>(type))
-        out += static_cast<const ObString&>(object).text();
-    else if (isExactly<ObNumber>(type))
-        appendIntegerDescription(out, static_cast<const ObNumber&>(object).integerValue());
-    else if (isExactly<ObDictionary>(type))
+void writeNonLeaf(std::string& out, DescriptionWalk& walk, const ObObject& object,
+                  const std::type_info& type) {
+    if (isExactly<ObDictionary>(type))
         writeDictionary<false>(out, walk, static_cast<const ObDictionary&>(object));
     else if (isExactly<ObMutableDictionary>(type))
         writeDictionary<true>(out, walk, static_cast<const ObDictionary&>(object));
@@ -159,7 +169,7 @@ template <class Write> void withWalk(std::string& out, Write write) {
 } // namespace
 
 void appendDescription(std::string& out, const ObObject& object) {
-    withWalk(out, [&](DescriptionWalk& walk) { writeObject(out, walk, object); });
+    withWalk(out, [&](DescriptionWalk& walk) { writeItem(out, walk, object); });
 }
 
 void appendArrayDescription(std::string& out, const ObArray& array) {
@@ -171,12 +181,7 @@ void appendDictionaryDescription(std::string& out, const ObDictionary& dictionar
     withWalk(out, [&](DescriptionWalk& walk) { writeDictionary<true>(out, walk, dictionary); });
 }
 
-void appendIntegerDescription(std::string& out, ObInteger value) {
-    // Booleans and small counts are most of the numbers printed.
-    if (value >= 0 && value <= 9) {
-        out += static_cast<char>('0' + value);
-        return;
-    }
+void appendMultiDigitInteger(std::string& out, ObInteger value) {
     char digits[24];
     const auto written = std::to_chars(digits, digits + sizeof digits, value);
     out.append(digits, written.ptr);

@@ -31,7 +31,14 @@ void appendDescription(std::string& out, const ObObject& object);
 // The bodies of ObArray::description() and ObDictionary::description().
 void appendArrayDescription(std::string& out, const ObArray& array);
 void appendDictionaryDescription(std::string& out, const ObDictionary& dictionary);
-// ObNumber::description() of a number holding `value`.
-void appendIntegerDescription(std::string& out, ObInteger value);
+// ObNumber::description() of a number holding `value`. Booleans and small
+// counts, most of the numbers printed, take no call.
+void appendMultiDigitInteger(std::string& out, ObInteger value);
+inline void appendIntegerDescription(std::string& out, ObInteger value) {
+    if (value >= 0 && value <= 9)
+        out += static_cast<char>('0' + value);
+    else
+        appendMultiDigitInteger(out, value);
+}
 
 } // namespace tessiva::detail
