@@ -4,6 +4,7 @@
 #include "ObjectGraphDecoder.h"
 #include "tessiva/KVLegacyHelper.h"
 
+#include <string>
 #include <utility>
 
 using namespace tessiva::fuzz;
@@ -40,6 +41,47 @@ ObRef<ObString> domain(ObjectGraphDecoder& decoder) {
     }
 }
 
+// User info of every kind localizedDescription meets: mostly a dictionary
+// holding the description key (the constant or an equal copy) with a value of
+// any class, often beside other entries; else any dictionary, or none.
+ObRef<ObDictionary> userInfo(ObjectGraphDecoder& decoder) {
+    if (decoder.boolean())
+        return decoder.dictionary();
+    ObRef<ObMutableDictionary> info = ObMutableDictionary::make();
+    if (const ObRef<ObDictionary> others = decoder.dictionary()) {
+        for (const auto& [key, value] : *others)
+            info->setObject_forKey(value, key);
+    }
+    const ObRef<ObString> key = decoder.boolean()
+                                    ? ObRef<ObString>(ObLocalizedDescriptionKey)
+                                    : ObString::make(ObLocalizedDescriptionKey->text());
+    info->setObject_forKey(
+        decoder.boolean() ? ObRef<ObObject>(decoder.string()) : decoder.presentObject(), key);
+    return info;
+}
+
+// An error's text: the string under the description key, else the default
+// sentence naming the domain and code, written out here rather than through
+// the formatter the library uses.
+void checkDescription(const ObRef<ObError>& error) {
+    const ObRef<ObString> text = error->localizedDescription();
+    const ObRef<ObObject> given =
+        error->userInfo() ? error->userInfo()->objectForKey(ObLocalizedDescriptionKey) : nullptr;
+    if (ob_cast_raw<ObString>(given) != nullptr) {
+        FUZZ_CHECK(text == given, "the description key's string was not used", printed(error));
+    } else {
+        const std::string domain =
+            error->domain() ? std::string(error->domain()->text()) : "(null)";
+        FUZZ_CHECK(text->text() == "The operation could not be completed. (" + domain + " error " +
+                                       std::to_string(error->code()) + ".)",
+                   "default description", std::string(text->text()));
+    }
+    // The exception that carries an error gives its text as the reason.
+    const KVException exception(error);
+    FUZZ_CHECK(exception.reason()->isEqual(text) && exception.name()->text() == "KVException",
+               "exception", exception.what());
+}
+
 void checkTranslation(const ObRef<ObError>& error) {
     const ObRef<ObError> translated = KVLegacyHelper::vrErrorFromKVError(error);
     if (!error) {
@@ -61,6 +103,20 @@ void checkTranslation(const ObRef<ObError>& error) {
     FUZZ_CHECK(printed(translated) ==
                    printed(ObError::make(VRErrorDomain, translated->code(), error->userInfo())),
                "translated text form", printed(translated));
+    checkDescription(error);
+    checkDescription(translated);
+}
+
+// A parameter error the library makes for a caller reaches the caller as
+// VR code -1005, the message untouched.
+void checkParameterError(const ObRef<ObString>& message) {
+    const ObRef<ObError> made = KVErrorHelper::parameterErrorWithMessage(message);
+    const ObRef<ObError> translated = KVLegacyHelper::vrErrorFromKVError(made);
+    FUZZ_CHECK(translated->code() == -1005 && translated->userInfo()->count() == 1,
+               "parameter error", printed(translated));
+    const ObRef<ObString> text = translated->localizedDescription();
+    FUZZ_CHECK(message ? text == message : text->text().empty(), "parameter error message",
+               printed(translated));
 }
 
 void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
@@ -81,10 +137,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const ObInteger code = decoder.boolean()
                                    ? errorTable[decoder.count(std::size(errorTable) - 1)].first
                                    : decoder.integer();
-        checkTranslation(decoder.boolean()
-                             ? ObError::make(domain(decoder), code, decoder.dictionary())
-                             : decoder.error());
-        checkMadeError(code, decoder.boolean() ? decoder.string() : nullptr);
+        checkTranslation(decoder.boolean() ? ObError::make(domain(decoder), code, userInfo(decoder))
+                                           : decoder.error());
+        const ObRef<ObString> message = decoder.boolean() ? decoder.string() : nullptr;
+        checkMadeError(code, message);
+        checkParameterError(message);
     }
     return 0;
 }
