@@ -14,9 +14,62 @@ using namespace tessiva::fuzz;
 
 namespace {
 
+// The translation looks two levels into a hints dictionary; bigger graphs
+// only cost time to make and free.
+constexpr std::size_t maxWeight = 64;
 constexpr ObInteger eventProcessingOption = 1007;
 constexpr std::array<ObInteger, 14> optionNumbers = {2, 1002, 1007, 1004, 1003, 1000, 1001,
                                                      1, 1005, 1006, 1008, 1012, 1013, 1014};
+
+// What an object of the decoder's graphs is, told apart by the address of its
+// type alone: a kind test per object ran dynamic_cast, whose type-name
+// comparisons libFuzzer traces, and cost more than the translation under test.
+// A class the decoder never makes stops the run, so the walk cannot quietly
+// skip a container.
+enum class Role { Leaf, Array, Dictionary, Error };
+
+Role roleOf(const ObObject& object) {
+    const std::type_info* const type = &typeid(object);
+    if (type == &typeid(ObArray))
+        return Role::Array;
+    if (type == &typeid(ObDictionary) || type == &typeid(ObMutableDictionary) ||
+        type == &typeid(CallerDictionary))
+        return Role::Dictionary;
+    if (type == &typeid(ObError))
+        return Role::Error;
+    FUZZ_CHECK(type == &typeid(ObString) || type == &typeid(ObConstantString) ||
+                   type == &typeid(CallerString) || type == &typeid(ObNumber) ||
+                   type == &typeid(ObData) || type == &typeid(CallerObject),
+               "an object of a class the walk does not know", object.className());
+    return Role::Leaf;
+}
+
+// The object as a string when it is one, by the same test.
+const ObString* asString(const ObObject* object) {
+    if (object == nullptr || roleOf(*object) != Role::Leaf)
+        return nullptr;
+    const std::type_info* const type = &typeid(*object);
+    return type == &typeid(ObString) || type == &typeid(ObConstantString) ||
+                   type == &typeid(CallerString)
+               ? static_cast<const ObString*>(object)
+               : nullptr;
+}
+
+// True when `message` is `prefix` followed by the text of one of the
+// dictionary's string keys in single quotes, as the %@ of a string prints it.
+bool namesStringKey(std::string_view message, std::string_view prefix,
+                    const ObDictionary& dictionary) {
+    if (!message.starts_with(prefix) || !message.ends_with('\'') ||
+        message.size() < prefix.size() + 1)
+        return false;
+    const std::string_view name = message.substr(prefix.size(), message.size() - prefix.size() - 1);
+    for (const auto& entry : dictionary) {
+        if (const ObString* key = asString(entry.first.get());
+            key != nullptr && key->text() == name)
+            return true;
+    }
+    return false;
+}
 
 // Every text a translation error can carry, given where its name came from.
 bool isKnownMessage(const std::string& message, const ObRef<ObObject>& hints) {
@@ -31,20 +84,17 @@ bool isKnownMessage(const std::string& message, const ObRef<ObObject>& hints) {
     };
     if (std::find(std::begin(fixed), std::end(fixed), message) != std::end(fixed))
         return true;
-    // An unknown name is one of the caller's own keys: a hint at the top,
-    // or an event inside the processing hint.
+    // An unknown name is one of the caller's own string keys: a hint at the
+    // top, or an event inside a dictionary value (the processing hint's).
     const ObDictionary* dictionary = ob_cast_raw<ObDictionary>(hints);
     if (dictionary == nullptr)
         return false;
+    if (namesStringKey(message, "Unknown hint: '", *dictionary))
+        return true;
     for (const auto& [key, value] : *dictionary) {
-        if (isFilledWith(message, "Unknown hint: '%@'", key))
+        if (value != nullptr && roleOf(*value) == Role::Dictionary &&
+            namesStringKey(message, "Unknown event: '", static_cast<const ObDictionary&>(*value)))
             return true;
-        if (const ObDictionary* inner = ob_cast_raw<ObDictionary>(value)) {
-            for (const auto& entry : *inner) {
-                if (isFilledWith(message, "Unknown event: '%@'", entry.first))
-                    return true;
-            }
-        }
     }
     return false;
 }
@@ -127,34 +177,11 @@ void checkOptions(const ObRef<ObDictionary>& hints, const ObRef<ObMutableDiction
         checkEventProcessing(ob_cast<ObDictionary>(processing), lastStructuredIsFilter);
 }
 
-// What an object of the decoder's graphs is, told apart by the address of its
-// type alone: a kind test per object ran dynamic_cast, whose type-name
-// comparisons libFuzzer traces, and cost more than the translation under test.
-// A class the decoder never makes stops the run, so the walk cannot quietly
-// skip a container.
-enum class Role { Leaf, Array, Dictionary, Error };
-
-Role roleOf(const ObObject& object) {
-    const std::type_info* const type = &typeid(object);
-    if (type == &typeid(ObArray))
-        return Role::Array;
-    if (type == &typeid(ObDictionary) || type == &typeid(ObMutableDictionary) ||
-        type == &typeid(CallerDictionary))
-        return Role::Dictionary;
-    if (type == &typeid(ObError))
-        return Role::Error;
-    FUZZ_CHECK(type == &typeid(ObString) || type == &typeid(ObConstantString) ||
-                   type == &typeid(CallerString) || type == &typeid(ObNumber) ||
-                   type == &typeid(ObData) || type == &typeid(CallerObject),
-               "an object of a class the walk does not know", object.className());
-    return Role::Leaf;
-}
-
 // Every object of a graph, containers followed by their entries in order:
 // equal before and after exactly when no container changed.
 std::vector<const ObObject*> shape(const ObRef<ObObject>& root) {
     std::vector<const ObObject*> objects, pending{root.get()};
-    objects.reserve(ObjectGraphDecoder::maxWeight);
+    objects.reserve(maxWeight);
     while (!pending.empty()) {
         const ObObject* object = pending.back();
         pending.pop_back();
@@ -185,7 +212,7 @@ std::vector<const ObObject*> shape(const ObRef<ObObject>& root) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ObjectGraphDecoder decoder(data, size);
+    ObjectGraphDecoder decoder(data, size, maxWeight);
     // Mostly a dictionary of some class, else any object, which the hints
     // translation sees as absent and the structured conversions take as it is.
     const ObRef<ObObject> root =
