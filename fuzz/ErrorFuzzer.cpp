@@ -11,6 +11,10 @@ using namespace tessiva::fuzz;
 
 namespace {
 
+// Errors are translated and printed without looking into their user info
+// beyond its description key; bigger graphs only cost time to make and free.
+constexpr std::size_t maxWeight = 64;
+
 // The service's codes and the VR codes they become; any other code becomes 0.
 constexpr std::pair<ObInteger, ObInteger> errorTable[] = {
     {-1002, -1000}, {-1, -1},       {-1007, -1006}, {-1005, -1003}, {-1004, -1002}, {-5, -7},
@@ -61,21 +65,24 @@ ObRef<ObDictionary> userInfo(ObjectGraphDecoder& decoder) {
 }
 
 // An error's text: the string under the description key, else the default
-// sentence naming the domain and code, written out here rather than through
-// the formatter the library uses.
+// sentence naming the domain and code; and its text form. Both are spelled
+// out here rather than through the formatter the library uses.
 void checkDescription(const ObRef<ObError>& error) {
     const ObRef<ObString> text = error->localizedDescription();
     const ObRef<ObObject> given =
         error->userInfo() ? error->userInfo()->objectForKey(ObLocalizedDescriptionKey) : nullptr;
+    const std::string domain = error->domain() ? std::string(error->domain()->text()) : "(null)";
+    const std::string code = std::to_string(error->code());
     if (ob_cast_raw<ObString>(given) != nullptr) {
         FUZZ_CHECK(text == given, "the description key's string was not used", printed(error));
     } else {
-        const std::string domain =
-            error->domain() ? std::string(error->domain()->text()) : "(null)";
-        FUZZ_CHECK(text->text() == "The operation could not be completed. (" + domain + " error " +
-                                       std::to_string(error->code()) + ".)",
+        FUZZ_CHECK(text->text() ==
+                       "The operation could not be completed. (" + domain + " error " + code + ".)",
                    "default description", std::string(text->text()));
     }
+    FUZZ_CHECK(error->description()->text() == "Error Domain=" + domain + " Code=" + code + " \"" +
+                                                   std::string(text->text()) + "\"",
+               "text form", printed(error));
     // The exception that carries an error gives its text as the reason.
     const KVException exception(error);
     FUZZ_CHECK(exception.reason()->isEqual(text) && exception.name()->text() == "KVException",
@@ -91,6 +98,7 @@ void checkTranslation(const ObRef<ObError>& error) {
     if (!error->domain() || !error->domain()->isEqual(KVErrorDomain)) {
         FUZZ_CHECK(translated == error, "an error of another domain was not passed on",
                    printed(error));
+        checkDescription(error);
         return;
     }
     FUZZ_CHECK(translated != nullptr && translated != error, "a service error was not translated");
@@ -100,10 +108,8 @@ void checkTranslation(const ObRef<ObError>& error) {
                printed(translated));
     FUZZ_CHECK(translated->userInfo() == error->userInfo(), "translated user info",
                printed(translated->userInfo()));
-    FUZZ_CHECK(printed(translated) ==
-                   printed(ObError::make(VRErrorDomain, translated->code(), error->userInfo())),
-               "translated text form", printed(translated));
-    checkDescription(error);
+    // The original's text is the same user info's under another domain and
+    // code; the other branch looks at errors of every domain.
     checkDescription(translated);
 }
 
@@ -132,7 +138,7 @@ void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ObjectGraphDecoder decoder(data, size);
+    ObjectGraphDecoder decoder(data, size, maxWeight);
     while (!decoder.exhausted()) {
         const ObInteger code = decoder.boolean()
                                    ? errorTable[decoder.count(std::size(errorTable) - 1)].first
