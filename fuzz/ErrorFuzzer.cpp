@@ -45,23 +45,18 @@ ObRef<ObString> domain(ObjectGraphDecoder& decoder) {
     }
 }
 
-// User info of every kind localizedDescription meets: mostly a dictionary
-// holding the description key (the constant or an equal copy) with a value of
-// any class, often beside other entries; else any dictionary, or none.
+// User info of every kind localizedDescription meets: half the time any
+// dictionary or none, else one holding the description key (the constant or
+// an equal copy) with a value of any class.
 ObRef<ObDictionary> userInfo(ObjectGraphDecoder& decoder) {
     if (decoder.boolean())
         return decoder.dictionary();
-    ObRef<ObMutableDictionary> info = ObMutableDictionary::make();
-    if (const ObRef<ObDictionary> others = decoder.dictionary()) {
-        for (const auto& [key, value] : *others)
-            info->setObject_forKey(value, key);
-    }
     const ObRef<ObString> key = decoder.boolean()
                                     ? ObRef<ObString>(ObLocalizedDescriptionKey)
                                     : ObString::make(ObLocalizedDescriptionKey->text());
-    info->setObject_forKey(
-        decoder.boolean() ? ObRef<ObObject>(decoder.string()) : decoder.presentObject(), key);
-    return info;
+    const ObRef<ObObject> value =
+        decoder.boolean() ? ObRef<ObObject>(decoder.string()) : decoder.presentObject();
+    return ObDictionary::make({{key, value}});
 }
 
 // An error's text: the string under the description key, else the default
@@ -83,10 +78,6 @@ void checkDescription(const ObRef<ObError>& error) {
     FUZZ_CHECK(error->description()->text() == "Error Domain=" + domain + " Code=" + code + " \"" +
                                                    std::string(text->text()) + "\"",
                "text form", printed(error));
-    // The exception that carries an error gives its text as the reason.
-    const KVException exception(error);
-    FUZZ_CHECK(exception.reason()->isEqual(text) && exception.name()->text() == "KVException",
-               "exception", exception.what());
 }
 
 void checkTranslation(const ObRef<ObError>& error) {
@@ -123,6 +114,11 @@ void checkParameterError(const ObRef<ObString>& message) {
     const ObRef<ObString> text = translated->localizedDescription();
     FUZZ_CHECK(message ? text == message : text->text().empty(), "parameter error message",
                printed(translated));
+    // The exception that carries an error gives its text as the reason; here
+    // the text is given, so no default sentence is formatted once more.
+    const KVException exception(translated);
+    FUZZ_CHECK(exception.reason() == text && exception.name()->text() == "KVException", "exception",
+               exception.what());
 }
 
 void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
