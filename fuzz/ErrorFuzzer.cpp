@@ -4,11 +4,16 @@
 #include "ObjectGraphDecoder.h"
 #include "tessiva/KVLegacyHelper.h"
 
+#include <string>
 #include <utility>
 
 using namespace tessiva::fuzz;
 
 namespace {
+
+// Errors are translated and printed without looking into their user info
+// beyond its description key; bigger graphs only cost time to make and free.
+constexpr std::size_t maxWeight = 64;
 
 // The service's codes and the VR codes they become; any other code becomes 0.
 constexpr std::pair<ObInteger, ObInteger> errorTable[] = {
@@ -40,6 +45,41 @@ ObRef<ObString> domain(ObjectGraphDecoder& decoder) {
     }
 }
 
+// User info of every kind localizedDescription meets: half the time any
+// dictionary or none, else one holding the description key (the constant or
+// an equal copy) with a value of any class.
+ObRef<ObDictionary> userInfo(ObjectGraphDecoder& decoder) {
+    if (decoder.boolean())
+        return decoder.dictionary();
+    const ObRef<ObString> key = decoder.boolean()
+                                    ? ObRef<ObString>(ObLocalizedDescriptionKey)
+                                    : ObString::make(ObLocalizedDescriptionKey->text());
+    const ObRef<ObObject> value =
+        decoder.boolean() ? ObRef<ObObject>(decoder.string()) : decoder.presentObject();
+    return ObDictionary::make({{key, value}});
+}
+
+// An error's text: the string under the description key, else the default
+// sentence naming the domain and code; and its text form. Both are spelled
+// out here rather than through the formatter the library uses.
+void checkDescription(const ObRef<ObError>& error) {
+    const ObRef<ObString> text = error->localizedDescription();
+    const ObRef<ObObject> given =
+        error->userInfo() ? error->userInfo()->objectForKey(ObLocalizedDescriptionKey) : nullptr;
+    const std::string domain = error->domain() ? std::string(error->domain()->text()) : "(null)";
+    const std::string code = std::to_string(error->code());
+    if (ob_cast_raw<ObString>(given) != nullptr) {
+        FUZZ_CHECK(text == given, "the description key's string was not used", printed(error));
+    } else {
+        FUZZ_CHECK(text->text() ==
+                       "The operation could not be completed. (" + domain + " error " + code + ".)",
+                   "default description", std::string(text->text()));
+    }
+    FUZZ_CHECK(error->description()->text() == "Error Domain=" + domain + " Code=" + code + " \"" +
+                                                   std::string(text->text()) + "\"",
+               "text form", printed(error));
+}
+
 void checkTranslation(const ObRef<ObError>& error) {
     const ObRef<ObError> translated = KVLegacyHelper::vrErrorFromKVError(error);
     if (!error) {
@@ -49,6 +89,7 @@ void checkTranslation(const ObRef<ObError>& error) {
     if (!error->domain() || !error->domain()->isEqual(KVErrorDomain)) {
         FUZZ_CHECK(translated == error, "an error of another domain was not passed on",
                    printed(error));
+        checkDescription(error);
         return;
     }
     FUZZ_CHECK(translated != nullptr && translated != error, "a service error was not translated");
@@ -58,9 +99,26 @@ void checkTranslation(const ObRef<ObError>& error) {
                printed(translated));
     FUZZ_CHECK(translated->userInfo() == error->userInfo(), "translated user info",
                printed(translated->userInfo()));
-    FUZZ_CHECK(printed(translated) ==
-                   printed(ObError::make(VRErrorDomain, translated->code(), error->userInfo())),
-               "translated text form", printed(translated));
+    // The original's text is the same user info's under another domain and
+    // code; the other branch looks at errors of every domain.
+    checkDescription(translated);
+}
+
+// A parameter error the library makes for a caller reaches the caller as
+// VR code -1005, the message untouched.
+void checkParameterError(const ObRef<ObString>& message) {
+    const ObRef<ObError> made = KVErrorHelper::parameterErrorWithMessage(message);
+    const ObRef<ObError> translated = KVLegacyHelper::vrErrorFromKVError(made);
+    FUZZ_CHECK(translated->code() == -1005 && translated->userInfo()->count() == 1,
+               "parameter error", printed(translated));
+    const ObRef<ObString> text = translated->localizedDescription();
+    FUZZ_CHECK(message ? text == message : text->text().empty(), "parameter error message",
+               printed(translated));
+    // The exception that carries an error gives its text as the reason; here
+    // the text is given, so no default sentence is formatted once more.
+    const KVException exception(translated);
+    FUZZ_CHECK(exception.reason() == text && exception.name()->text() == "KVException", "exception",
+               exception.what());
 }
 
 void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
@@ -76,15 +134,16 @@ void checkMadeError(ObInteger code, const ObRef<ObString>& message) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ObjectGraphDecoder decoder(data, size);
+    ObjectGraphDecoder decoder(data, size, maxWeight);
     while (!decoder.exhausted()) {
         const ObInteger code = decoder.boolean()
                                    ? errorTable[decoder.count(std::size(errorTable) - 1)].first
                                    : decoder.integer();
-        checkTranslation(decoder.boolean()
-                             ? ObError::make(domain(decoder), code, decoder.dictionary())
-                             : decoder.error());
-        checkMadeError(code, decoder.boolean() ? decoder.string() : nullptr);
+        checkTranslation(decoder.boolean() ? ObError::make(domain(decoder), code, userInfo(decoder))
+                                           : decoder.error());
+        const ObRef<ObString> message = decoder.boolean() ? decoder.string() : nullptr;
+        checkMadeError(code, message);
+        checkParameterError(message);
     }
     return 0;
 }

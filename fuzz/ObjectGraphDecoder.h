@@ -115,14 +115,17 @@ class ObjectGraphDecoder {
 public:
     // At most this many nested containers; deeper requests make leaves.
     static constexpr int maxDepth = 32;
-    // At most this many objects in a graph, counting a shared one each time it
-    // appears: that bounds the text of any description.
-    static constexpr std::size_t maxWeight = 256;
+    // By default at most this many objects in a graph, counting a shared one
+    // each time it appears: that bounds the text of any description.
+    static constexpr std::size_t defaultMaxWeight = 256;
     // At most this many copies in a large container.
     static constexpr std::size_t maxCopies = 64;
 
-    ObjectGraphDecoder(const std::uint8_t* data, std::size_t size)
-        : bytes_(data, size), vocabulary_(sharedVocabulary()) {}
+    // A harness whose code looks only near the top of a graph may bound it
+    // tighter: fewer objects to make and free per input.
+    ObjectGraphDecoder(const std::uint8_t* data, std::size_t size,
+                       std::size_t maxWeight = defaultMaxWeight)
+        : bytes_(data, size), vocabulary_(sharedVocabulary()), maxWeight_(maxWeight) {}
     ObjectGraphDecoder(const ObjectGraphDecoder&) = delete;
     ObjectGraphDecoder& operator=(const ObjectGraphDecoder&) = delete;
 
@@ -192,7 +195,7 @@ private:
     Decoded decode(int depth) {
         const auto kind =
             static_cast<Kind>(bytes_.ConsumeIntegralInRange<int>(0, static_cast<int>(Kind::Last)));
-        if (kind >= Kind::Array && depth < maxDepth && weight_ < maxWeight)
+        if (kind >= Kind::Array && depth < maxDepth && weight_ < maxWeight_)
             return container(kind, depth + 1);
         return {leaf(kind, depth + 1), 1};
     }
@@ -317,7 +320,7 @@ private:
     }
 
     std::size_t repeatCount(std::size_t eachWeight) {
-        const std::size_t left = weight_ < maxWeight ? maxWeight - weight_ : 0;
+        const std::size_t left = weight_ < maxWeight_ ? maxWeight_ - weight_ : 0;
         const std::size_t copies = count(std::min<std::size_t>(maxCopies, left / eachWeight));
         weight_ += copies * eachWeight;
         return copies;
@@ -333,6 +336,7 @@ private:
     FuzzedDataProvider bytes_;
     const std::vector<ObRef<ObString>>& vocabulary_;
     std::vector<std::unique_ptr<fuzz::CallerString>> callerStrings_;
+    const std::size_t maxWeight_;
     // The weight of the graph being decoded, shared leaves counted each time.
     std::size_t weight_ = 0;
 };
