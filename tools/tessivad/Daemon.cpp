@@ -301,7 +301,7 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
     std::uint64_t id = randomIdentifier();
     while (clients_.count(id))
         id = randomIdentifier();
-    clients_.emplace(id, Client{owner, key, client, relay, 0});
+    clients_.emplace(id, Client{owner, key, client, relay, 0, false});
     ownersClients->second.insert(id);
     replyLater(number, [id, handle, creator = context.creator](sd_bus_message* reply,
                                                                const ObRef<ObError>& problem) {
@@ -442,9 +442,10 @@ int Daemon::onEvaluatePolicy(sd_bus_message* call, void* userdata, sd_bus_error*
         [daemon, loop = self.loop_, number, id](ObRef<ObDictionary> result,
                                                 ObRef<ObError> failure) {
             loop->post([=] {
-                if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
-                    --found->second.evaluations;
                 daemon->replyLater(number, outcomeWriter(result, failure));
+                if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
+                    if (--found->second.evaluations == 0 && found->second.gone)
+                        daemon->release(id);
             });
         });
     return 1;
@@ -611,6 +612,11 @@ int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_er
             for (ObInteger event : events)
                 client.client->failProcessedEvent_failureError_reply(event, nullptr,
                                                                      [](bool, ObRef<ObError>) {});
+            // Released once the service has replied to its last evaluation.
+            client.gone = true;
+            if (client.relay)
+                client.relay->close();
+            continue;
         }
         self.release(id);
     }

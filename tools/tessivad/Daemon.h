@@ -51,6 +51,9 @@ private:
         ObRef<KVClient> client;
         ObRef<RelayDelegate> relay; // absent without a delegate
         std::size_t evaluations = 0;
+        // Its process has gone; it stays until its evaluations have ended in
+        // the service, since until then they still hold the context.
+        bool gone = false;
     };
     struct Context {
         uid_t uid = 0; // its service is services_->forUser(uid)
