@@ -7,7 +7,6 @@
 #include "tessiva/object/ObNumber.h"
 #include "tessiva/object/ObString.h"
 
-#include <charconv>
 #include <typeinfo>
 #include <utility>
 
@@ -182,9 +181,7 @@ void appendDictionaryDescription(std::string& out, const ObDictionary& dictionar
 }
 
 void appendMultiDigitInteger(std::string& out, ObInteger value) {
-    char digits[24];
-    const auto written = std::to_chars(digits, digits + sizeof digits, value);
-    out.append(digits, written.ptr);
+    appendDecimal(out, value);
 }
 
 } // namespace tessiva::detail

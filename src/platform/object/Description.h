@@ -5,7 +5,9 @@
 #include "tessiva/object/ObArray.h"
 #include "tessiva/object/ObDictionary.h"
 
+#include <charconv>
 #include <cstddef>
+#include <iterator>
 #include <string>
 
 namespace tessiva::detail {
@@ -31,6 +33,12 @@ void appendDescription(std::string& out, const ObObject& object);
 // The bodies of ObArray::description() and ObDictionary::description().
 void appendArrayDescription(std::string& out, const ObArray& array);
 void appendDictionaryDescription(std::string& out, const ObDictionary& dictionary);
+// Any integer's decimal digits, written straight into the text.
+template <class Integer> void appendDecimal(std::string& out, Integer value) {
+    char digits[24];
+    out.append(digits, std::to_chars(digits, std::end(digits), value).ptr);
+}
+
 // ObNumber::description() of a number holding `value`. Booleans and small
 // counts, most of the numbers printed, take no call.
 void appendMultiDigitInteger(std::string& out, ObInteger value);

@@ -7,6 +7,7 @@
 #include <string>
 
 namespace {
+using tessiva::detail::appendDecimal;
 using tessiva::detail::FormatArgument;
 
 constexpr std::string_view invalidText = "(invalid)";
@@ -27,10 +28,10 @@ void appendObjectOrText(std::string& out, const FormatArgument& argument) {
             out.append(argument.text, argument.textLength);
         return;
     case FormatArgument::Kind::Integer:
-        out += std::to_string(argument.integer);
+        appendDecimal(out, argument.integer);
         return;
     case FormatArgument::Kind::UnsignedInteger:
-        out += std::to_string(static_cast<unsigned long long>(argument.integer));
+        appendDecimal(out, static_cast<unsigned long long>(argument.integer));
         return;
     }
 }
@@ -42,7 +43,7 @@ template <class Narrow> void appendInteger(std::string& out, const FormatArgumen
         return;
     }
     // Narrowing wraps modulo 2^N, as printf's conversion of the same value does.
-    out += std::to_string(static_cast<Narrow>(argument.integer));
+    appendDecimal(out, static_cast<Narrow>(argument.integer));
 }
 } // namespace
 
