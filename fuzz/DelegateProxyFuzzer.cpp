@@ -12,6 +12,10 @@ using namespace tessiva::fuzz;
 
 namespace {
 
+// The proxy renames keys and passes values on untouched, so values need only
+// be of every kind, not big; each parameter and answer is bounded on its own.
+constexpr std::size_t maxWeight = 32;
+
 // The VR names of events 1 to 4 and of parameters 0 to 5.
 const char* const eventNames[] = {"EventRidgescan", "EventPasscode", "EventConsent",
                                   "EventPassphrase"};
@@ -132,7 +136,7 @@ void answerThrough(const VRUIReply& reply, ObjectGraphDecoder& decoder,
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ObjectGraphDecoder decoder(data, size);
+    ObjectGraphDecoder decoder(data, size, maxWeight);
     const ObInteger event = decoder.bytes().ConsumeBool()
                                 ? decoder.bytes().ConsumeIntegralInRange<ObInteger>(-1, 10)
                                 : decoder.integer();

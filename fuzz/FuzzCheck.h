@@ -4,8 +4,10 @@
 
 #include "tessiva/object/Ob.h"
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -29,6 +31,30 @@ namespace tessiva::fuzz {
 inline std::string printed(const ObRef<ObObject>& object) {
     return std::string(ObFormat("%@", object)->text());
 }
+
+// True when `text` is `pieces` one after another. It builds no string: a
+// check run for every input should cost what the code under test costs.
+inline bool isSpelledAs(std::string_view text, std::initializer_list<std::string_view> pieces) {
+    for (const std::string_view piece : pieces) {
+        if (text.substr(0, piece.size()) != piece)
+            return false;
+        text.remove_prefix(piece.size());
+    }
+    return text.empty();
+}
+
+// A number's decimal digits, kept in place.
+class Decimal {
+public:
+    explicit Decimal(long long value)
+        : length_(static_cast<std::size_t>(std::to_chars(digits_, std::end(digits_), value).ptr -
+                                           digits_)) {}
+    operator std::string_view() const { return {digits_, length_}; }
+
+private:
+    char digits_[24];
+    std::size_t length_;
+};
 
 inline std::string messageOf(const ObRef<ObError>& error) {
     return std::string(error->localizedDescription()->text());

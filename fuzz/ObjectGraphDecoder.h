@@ -284,8 +284,7 @@ private:
             if (const Decoded repeated = decode(depth); repeated.object) {
                 const std::size_t copies = repeatCount(repeated.weight + 1);
                 for (std::size_t i = 0; i < copies; ++i)
-                    large->setObject_forKey(repeated.object,
-                                            ObNumber::make(static_cast<ObInteger>(i)));
+                    large->setObject_forKey(repeated.object, positionKeys()[i]);
                 weight += copies * (repeated.weight + 1);
             }
             return {large, weight};
@@ -324,6 +323,18 @@ private:
         const std::size_t copies = count(std::min<std::size_t>(maxCopies, left / eachWeight));
         weight_ += copies * eachWeight;
         return copies;
+    }
+
+    // The keys 0 to maxCopies - 1 of a large dictionary, made once for the
+    // whole run rather than for every input.
+    static const std::vector<ObRef<ObObject>>& positionKeys() {
+        static const std::vector<ObRef<ObObject>>* const keys = [] {
+            auto* made = new std::vector<ObRef<ObObject>>();
+            for (std::size_t i = 0; i < maxCopies; ++i)
+                made->push_back(ObNumber::make(static_cast<ObInteger>(i)));
+            return made;
+        }();
+        return *keys;
     }
 
     // Made once for the whole run rather than for every input.
