@@ -153,6 +153,17 @@ std::uint64_t Daemon::defer(sd_bus_message* call) {
     return number;
 }
 
+template <class Write, class Then>
+auto Daemon::replyCallback(sd_bus_message* call, Write write, Then then) {
+    return [this, loop = loop_, number = defer(call), write, then](auto outcome,
+                                                                   ObRef<ObError> failure) {
+        loop->post([=, this] {
+            replyLater(number, write(outcome, failure));
+            then();
+        });
+    };
+}
+
 void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
     auto found = deferred_.find(number);
     if (found == deferred_.end())
@@ -435,19 +446,13 @@ int Daemon::onEvaluatePolicy(sd_bus_message* call, void* userdata, sd_bus_error*
     if (!client)
         return -EINVAL;
     ++client->evaluations;
-    const std::uint64_t number = self.defer(call);
     Daemon* daemon = &self;
     client->client->evaluatePolicy_options_reply(
-        ObInteger(policy), options,
-        [daemon, loop = self.loop_, number, id](ObRef<ObDictionary> result,
-                                                ObRef<ObError> failure) {
-            loop->post([=] {
-                daemon->replyLater(number, outcomeWriter(result, failure));
-                if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
-                    if (--found->second.evaluations == 0 && found->second.gone)
-                        daemon->release(id);
-            });
-        });
+        ObInteger(policy), options, self.replyCallback(call, outcomeWriter, [daemon, id] {
+            if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
+                if (--found->second.evaluations == 0 && found->second.gone)
+                    daemon->release(id);
+        }));
     return 1;
 }
 
@@ -468,13 +473,8 @@ int Daemon::onEvaluateACL(sd_bus_message* call, void* userdata, sd_bus_error* er
     Client* client = self.callersClient(call, id, error);
     if (!client)
         return -EINVAL;
-    const std::uint64_t number = self.defer(call);
-    Daemon* daemon = &self;
-    client->client->evaluateACL_operation_options_reply(
-        acl, operation, options,
-        [daemon, loop = self.loop_, number](ObRef<ObDictionary> result, ObRef<ObError> failure) {
-            loop->post([=] { daemon->replyLater(number, outcomeWriter(result, failure)); });
-        });
+    client->client->evaluateACL_operation_options_reply(acl, operation, options,
+                                                        self.replyCallback(call, outcomeWriter));
     return 1;
 }
 
@@ -490,12 +490,7 @@ int Daemon::onEnterPassword(sd_bus_message* call, void* userdata, sd_bus_error* 
     Client* client = self.callersClient(call, id, error);
     if (!client)
         return -EINVAL;
-    const std::uint64_t number = self.defer(call);
-    Daemon* daemon = &self;
-    client->client->enterPassword_reply(
-        password, [daemon, loop = self.loop_, number](bool done, ObRef<ObError> failure) {
-            loop->post([=] { daemon->replyLater(number, successWriter(done, failure)); });
-        });
+    client->client->enterPassword_reply(password, self.replyCallback(call, successWriter));
     return 1;
 }
 
@@ -512,13 +507,8 @@ int Daemon::onFailProcessedEvent(sd_bus_message* call, void* userdata, sd_bus_er
     Client* client = self.callersClient(call, id, error);
     if (!client)
         return -EINVAL;
-    const std::uint64_t number = self.defer(call);
-    Daemon* daemon = &self;
-    client->client->failProcessedEvent_failureError_reply(
-        ObInteger(event), failureError,
-        [daemon, loop = self.loop_, number](bool done, ObRef<ObError> failure) {
-            loop->post([=] { daemon->replyLater(number, successWriter(done, failure)); });
-        });
+    client->client->failProcessedEvent_failureError_reply(ObInteger(event), failureError,
+                                                          self.replyCallback(call, successWriter));
     return 1;
 }
 

@@ -84,6 +84,12 @@ private:
     // Replies to a deferred call with what `write` appends; when that fails
     // to encode a value, once more with the failure to report instead.
     void replyLater(std::uint64_t call, const ReplyWriter& write);
+    // Defers the call, and makes the callback for the service's reply to it:
+    // on the loop's thread, it replies with what `write` makes of the
+    // service's reply, then runs `then`.
+    template <class Write, class Then = void (*)()>
+    auto replyCallback(
+        sd_bus_message* call, Write write, Then then = [] {});
     // Registers the client the service made; its number, 0 for none.
     std::uint64_t finishConnect(std::uint64_t call, const std::string& owner, uid_t uid,
                                 const ObRef<ObString>& creator, const ObRef<RelayDelegate>& relay,
