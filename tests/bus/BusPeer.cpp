@@ -11,6 +11,7 @@
 //                                     passcode event answered with PASSCODE;
 //                                     prints the outcome
 // HANDLE is hexadecimal.
+#include "Outcome.h"
 #include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/Ob.h"
@@ -21,27 +22,9 @@
 #include <unistd.h>
 
 namespace {
-std::string hex(const ObRef<ObData>& data) {
-    std::string text;
-    char digits[3];
-    for (ObUInteger i = 0; i < data->length(); ++i) {
-        std::snprintf(digits, sizeof digits, "%02x", unsigned(data->bytes()[i]));
-        text += digits;
-    }
-    return text;
-}
-
-ObRef<ObData> unhex(const std::string& text) {
-    std::string bytes;
-    for (std::size_t i = 0; i + 1 < text.size(); i += 2)
-        bytes.push_back(char(std::stoi(text.substr(i, 2), nullptr, 16)));
-    return ObData::make(bytes.data(), bytes.size());
-}
-
-std::string describe(const ObRef<ObError>& error) {
-    return std::string(
-        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
-}
+using tessiva::test::describe;
+using tessiva::test::hex;
+using tessiva::test::unhex;
 
 // Answers each active passcode event with the passcode, or never when it is
 // empty; tells the first event to `asked`.
@@ -71,7 +54,7 @@ ObRef<KVClient> connect(const ObRef<ObData>& handle, const ObRef<KVUIDelegate>& 
         handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
             client = made;
             if (error)
-                std::printf("%s\n", describe(error).c_str());
+                std::printf("%s\n", describe(nullptr, error).c_str());
         });
     return client;
 }
@@ -79,7 +62,7 @@ ObRef<KVClient> connect(const ObRef<ObData>& handle, const ObRef<KVUIDelegate>& 
 std::string evaluate(const ObRef<KVClient>& client) {
     std::promise<std::string> outcome;
     client->evaluatePolicy_options_reply(1000, nullptr, [&](auto result, auto error) {
-        outcome.set_value(error ? describe(error) : std::string(ObFormat("%@", result)->text()));
+        outcome.set_value(describe(result, error));
     });
     return outcome.get_future().get();
 }
@@ -96,7 +79,7 @@ int main(int argc, char** argv) {
     if (command == "enter" && argc == 4) {
         if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
             client->enterPassword_reply(ObString::make(argv[3]), [](bool, ObRef<ObError> error) {
-                std::printf("%s\n", error ? describe(error).c_str() : "success");
+                std::printf("%s\n", error ? describe(nullptr, error).c_str() : "success");
             });
         return 0;
     }

@@ -1,6 +1,7 @@
 // tessivad hosting PAM, run under pam_wrapper with a service and password
 // database of the test's own: each caller authenticates as the user the bus
 // reports for it, never as the daemon's user.
+#include "Outcome.h"
 #include "PamWrapper.h"
 #include "PrivateBus.h"
 #include "tessiva/kavelin/KVBusService.h"
@@ -23,13 +24,6 @@ constexpr char otherPassword[] = "other secret";
 std::string nameOf(uid_t uid) {
     const passwd* entry = getpwuid(uid);
     return entry != nullptr ? entry->pw_name : "";
-}
-
-std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error) {
-    if (!error)
-        return std::string(ObFormat("%@", result)->text());
-    return std::string(
-        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
 }
 
 // Answers every active passcode event with its password, and keeps the

@@ -1,6 +1,7 @@
 // The daemon among processes: a handle restored in another process and
 // refused to another user, a client killed mid-evaluation, the daemon
 // stopped and restarted under live clients, bad peers, and load.
+#include "Outcome.h"
 #include "PrivateBus.h"
 #include "support/RunTogether.h"
 #include "tessiva/kavelin/KVBusService.h"
@@ -18,23 +19,6 @@ namespace tessiva::test {
 namespace {
 ObRef<ObString> str(std::string_view text) {
     return ObString::make(text);
-}
-
-std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error) {
-    if (!error)
-        return std::string(ObFormat("%@", result)->text());
-    return std::string(
-        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
-}
-
-std::string hex(const ObRef<ObData>& data) {
-    std::string text;
-    char digits[3];
-    for (ObUInteger i = 0; i < data->length(); ++i) {
-        std::snprintf(digits, sizeof digits, "%02x", unsigned(data->bytes()[i]));
-        text += digits;
-    }
-    return text;
 }
 
 // Tells the first event it gets, and never answers.
