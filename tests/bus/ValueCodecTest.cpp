@@ -1,6 +1,6 @@
 // The bus encoding of object values: every kind comes back exactly, and what
 // it cannot carry, or a peer's malformed value, is refused with its reason.
-#include "ValueCodec.h"
+#include "services/dbus/ValueCodec.h"
 
 #include "platform/PlatformTestSupport.h"
 #include "tessiva/brindle/KVErrorHelper.h"

@@ -2,8 +2,8 @@
 // hosted service's clients; replies that come later go out from the loop.
 #include "Daemon.h"
 
-#include "BusInterface.h"
-#include "ValueCodec.h"
+#include "services/dbus/BusInterface.h"
+#include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"

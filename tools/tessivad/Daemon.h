@@ -4,9 +4,9 @@
 // loop's thread; only RelayDelegate is reached from service threads.
 #pragma once
 
-#include "EventLoop.h"
 #include "HostedService.h"
 #include "RelayDelegate.h"
+#include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVClient.h"
 
 #include <chrono>

@@ -1,10 +1,11 @@
 // The one place where a service name becomes the backends for the callers.
 #include "HostedService.h"
 
+#include "platform/brindle/KVErrors.h"
+#include "platform/os/UserName.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 
-#include <pwd.h>
 #include <unordered_map>
 #include <vector>
 
@@ -19,18 +20,6 @@ private:
     const ObRef<KVClientBackend> service_;
 };
 
-// The login name of the uid; empty when the system has none.
-std::string userName(uid_t uid) {
-    passwd entry{};
-    passwd* found = nullptr;
-    std::vector<char> buffer(1024);
-    int result = 0;
-    while ((result = getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found)) == ERANGE &&
-           buffer.size() < 1024 * 1024)
-        buffer.resize(buffer.size() * 4);
-    return result == 0 && found != nullptr ? std::string(found->pw_name) : std::string();
-}
-
 // Kept for the daemon's lifetime: a user's contexts live in its service, and
 // the services are as many as the system's users who called.
 class PAMServicePerUser final : public HostedServices {
@@ -41,14 +30,11 @@ public:
         if (auto found = services_.find(uid); found != services_.end())
             return found->second;
         KVPAMConfiguration configuration = configuration_;
-        configuration.user = userName(uid);
+        configuration.user = detail::userName(uid);
         if (configuration.user.empty()) {
-            failure =
-                ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
-                              ObDictionary::make(
-                                  {{ObLocalizedDescriptionKey,
-                                    ObString::make("The caller's user (uid " + std::to_string(uid) +
-                                                   ") has no name on this system.")}}));
+            failure = detail::kvError(KVErrorServiceUnavailable,
+                                      "The caller's user (uid " + std::to_string(uid) +
+                                          ") has no name on this system.");
             return nullptr;
         }
         ObRef<KVClientBackend> service = KVPAMService::make(std::move(configuration));

@@ -5,7 +5,8 @@
 // back separately, from any process thread.
 #pragma once
 
-#include "EventLoop.h"
+#include "services/dbus/BusInterface.h"
+#include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 
 #include <condition_variable>
@@ -17,8 +18,7 @@
 #include <string>
 
 namespace tessiva::daemon {
-// How the client's delegate call ended.
-enum class EventOutcome : std::int32_t { returned = 0, threwException = 1, threwOther = 2 };
+using detail::bus::EventOutcome;
 
 // Sends an event to the client on the loop's thread.
 using EventSender =

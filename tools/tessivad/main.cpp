@@ -1,8 +1,8 @@
 // tessivad: the authentication daemon. It hosts a service and serves client
 // processes on D-Bus under org.tessiva.Authentication1.
-#include "BusInterface.h"
 #include "Daemon.h"
 #include "HostedService.h"
+#include "services/dbus/BusInterface.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,6 +1,8 @@
 // Parameter errors of the service framework and the exception that carries one.
 #include "tessiva/brindle/KVErrorHelper.h"
 
+#include "KVErrors.h"
+
 namespace {
 OB_CONSTANT_STRING(errorDomain, "org.kavelin.KVErrorDomain");
 OB_CONSTANT_STRING(exceptionName, "KVException");
@@ -16,9 +18,8 @@ KVException::KVException(ObRef<ObError> error) noexcept
 KVException::~KVException() = default;
 
 ObRef<ObError> KVErrorHelper::parameterErrorWithMessage(const ObRef<ObString>& message) {
-    ObRef<ObString> text = message ? message : ObString::make("");
-    return ObError::make(KVErrorDomain, KVErrorInvalidParameter,
-                         ObDictionary::make({{ObLocalizedDescriptionKey, text}}));
+    return tessiva::detail::kvError(KVErrorInvalidParameter,
+                                    message ? message : ObString::make(""));
 }
 
 void KVErrorHelper::raiseException(const ObRef<ObError>& error) {

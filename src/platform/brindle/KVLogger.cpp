@@ -1,7 +1,7 @@
 // The process-wide logging and redaction switches.
 #include "tessiva/brindle/KVLogger.h"
 
-#include "../os/EnvironmentFlag.h"
+#include "platform/os/EnvironmentFlag.h"
 
 namespace {
 // Immortal and set up once; later reads of the switch are relaxed loads.

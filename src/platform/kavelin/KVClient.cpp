@@ -3,8 +3,9 @@
 // at once.
 #include "tessiva/kavelin/KVClient.h"
 
-#include "../os/Seam.h"
-#include "DefaultBackend.h"
+#include "BackendRegistry.h"
+#include "platform/brindle/KVErrors.h"
+#include "platform/os/Seam.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 
 namespace {
@@ -25,9 +26,7 @@ void KVClient::clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData
                                                                 std::move(reply));
         return;
     }
-    reply(nullptr,
-          ObError::make(KVErrorDomain, KVErrorServiceUnavailable,
-                        ObDictionary::make({{ObLocalizedDescriptionKey, &noServiceMessage}})));
+    reply(nullptr, tessiva::detail::kvError(KVErrorServiceUnavailable, &noServiceMessage));
 }
 
 ObRef<KVClientBackend> KVSetClientBackend(const ObRef<KVClientBackend>& backend) {

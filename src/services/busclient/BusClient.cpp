@@ -1,0 +1,131 @@
+// The client's operations as calls to the daemon, with their replies read back.
+#include "BusClient.h"
+
+#include "services/dbus/ValueCodec.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+
+#include <cstdint>
+
+namespace tessiva::detail::bus {
+namespace {
+// A reply's (v result, v error): the error when the daemon's message is
+// not one; `result` must then be a dictionary or absent.
+ObRef<ObError> readOutcome(sd_bus_message* reply, ObRef<ObObject>& result) {
+    ObRef<ObObject> error;
+    if (!readValue(reply, result).empty() || !readValue(reply, error).empty())
+        return kvError(KVErrorServiceUnavailable,
+                       "The authentication daemon sent a malformed reply.");
+    return ob_cast<ObError>(error);
+}
+} // namespace
+
+BusClient::~BusClient() {
+    link_->forgetDelegate(id_);
+    link_->send("Release", [id = id_](sd_bus_message* m) -> ObRef<ObError> {
+        sd_bus_message_append(m, "t", id);
+        return nullptr;
+    });
+}
+
+void BusClient::invalidate() {
+    link_->callAndWait(
+        "Invalidate",
+        [this](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "t", id_);
+            return nullptr;
+        },
+        [](sd_bus_message*, ObRef<ObError>) {});
+}
+
+void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDictionary>& options,
+                                             KVResultReply reply) {
+    // The reply goes through the dispatcher, after the events that came before it.
+    auto shared = std::make_shared<KVResultReply>(std::move(reply));
+    link_->call(
+        "EvaluatePolicy",
+        [this, policy, options](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "tx", id_, std::int64_t(policy));
+            return appendValue(m, options);
+        },
+        // The pending call keeps the link alive; the dispatcher task then
+        // does, so that the link never ends on its own loop's thread.
+        [link = link_, shared](sd_bus_message* message, ObRef<ObError> failure) mutable {
+            ObRef<ObObject> result;
+            if (message)
+                failure = readOutcome(message, result);
+            Dispatcher& dispatcher = link->dispatcher();
+            dispatcher.post(
+                [link = std::move(link), shared, failure, result = ob_cast<ObDictionary>(result)] {
+                    (*shared)(failure ? nullptr : result, failure);
+                });
+        },
+        true);
+}
+
+void BusClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
+                                                    const ObRef<ObObject>& operation,
+                                                    const ObRef<ObDictionary>& options,
+                                                    KVResultReply reply) {
+    ObRef<ObObject> result;
+    ObRef<ObError> error;
+    link_->callAndWait(
+        "EvaluateACL",
+        [&](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "t", id_);
+            for (const ObRef<ObObject>& value : {acl, operation, ObRef<ObObject>(options)})
+                if (ObRef<ObError> failure = appendValue(m, value))
+                    return failure;
+            return nullptr;
+        },
+        [&](sd_bus_message* message, ObRef<ObError> failure) {
+            error = message ? readOutcome(message, result) : failure;
+        });
+    reply(error ? nullptr : ob_cast<ObDictionary>(result), error);
+}
+
+void BusClient::requestSuccess(const char* member, const ArgumentWriter& write,
+                               const KVSuccessReply& reply) {
+    bool succeeded = false;
+    ObRef<ObError> error;
+    link_->callAndWait(member, write, [&](sd_bus_message* message, ObRef<ObError> failure) {
+        int flag = 0;
+        ObRef<ObObject> carried;
+        if (!message)
+            error = failure;
+        else if (sd_bus_message_read(message, "b", &flag) < 0 ||
+                 !readValue(message, carried).empty())
+            error = kvError(KVErrorServiceUnavailable,
+                            "The authentication daemon sent a malformed reply.");
+        else
+            error = ob_cast<ObError>(carried);
+        succeeded = flag != 0 && !error;
+    });
+    reply(succeeded, error);
+}
+
+void BusClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) {
+    requestSuccess(
+        "EnterPassword",
+        [&](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "t", id_);
+            return appendValue(m, password);
+        },
+        reply);
+}
+
+void BusClient::failProcessedEvent_failureError_reply(ObInteger event,
+                                                      const ObRef<ObObject>& failureError,
+                                                      KVSuccessReply reply) {
+    requestSuccess(
+        "FailProcessedEvent",
+        [&](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "tx", id_, std::int64_t(event));
+            return appendValue(m, failureError);
+        },
+        reply);
+}
+
+const char* BusClient::className() const noexcept {
+    return "BusClient";
+}
+} // namespace tessiva::detail::bus

@@ -1,0 +1,244 @@
+// Every sd-bus call happens on the link's loop thread; callers' callbacks
+// run on its dispatcher.
+#include "BusLink.h"
+
+#include "services/dbus/BusInterface.h"
+#include "services/dbus/ValueCodec.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVBusService.h"
+#include "tessiva/kavelin/KVSimulatedService.h"
+#include "tessiva/object/ObString.h"
+
+#include <cstring>
+#include <future>
+
+namespace tessiva::detail::bus {
+namespace {
+// How a failed call reads to the caller: the daemon's own refusals keep
+// their meaning, anything else means the daemon is out of reach.
+ObRef<ObError> errorFromBus(const sd_bus_error* error) {
+    const std::string message = error->message ? error->message : error->name;
+    if (sd_bus_error_has_name(error, errorInvalidValue))
+        return KVErrorHelper::parameterErrorWithMessage(ObString::make(message));
+    if (sd_bus_error_has_name(error, errorUnknownClient))
+        return kvError(KVErrorInvalidContext, "The context is unknown to the authentication "
+                                              "daemon (it may have restarted).");
+    if (sd_bus_error_has_name(error, errorLimitExceeded))
+        return kvError(KVErrorServiceUnavailable,
+                       "The authentication daemon refused the request: " + message);
+    return kvError(KVErrorServiceUnavailable,
+                   "The authentication daemon cannot be reached: " + message);
+}
+
+struct PendingCall {
+    ReplyReader read;
+};
+
+// Why the value cannot cross the bus, tried on a scratch message so that
+// the real one stays usable; absent when it can.
+ObRef<ObError> encodingError(sd_bus_message* like, const ObRef<ObObject>& value) {
+    sd_bus_message* scratch = nullptr;
+    if (sd_bus_message_new_method_call(sd_bus_message_get_bus(like), &scratch, "a.b", "/", "a.b",
+                                       "c") < 0)
+        return nullptr;
+    ObRef<ObError> failure = appendValue(scratch, value);
+    sd_bus_message_unref(scratch);
+    return failure;
+}
+
+int onReply(sd_bus_message* reply, void* userdata, sd_bus_error*) {
+    auto& pending = *static_cast<PendingCall*>(userdata);
+    if (const sd_bus_error* error = sd_bus_message_get_error(reply))
+        pending.read(nullptr, errorFromBus(error));
+    else
+        pending.read(reply, nullptr);
+    pending.read = nullptr; // once only, even if the slot lingers
+    return 0;
+}
+
+void deletePendingCall(void* userdata) {
+    delete static_cast<PendingCall*>(userdata);
+}
+} // namespace
+
+std::shared_ptr<BusLink> BusLink::open(const std::string& address, bool system,
+                                       std::string& problem) {
+    std::shared_ptr<BusLink> link(new BusLink());
+    int result = -ENOMEM;
+    if (link->loop_.usable()) {
+        if (!address.empty()) {
+            result = sd_bus_new(&link->bus_);
+            if (result >= 0)
+                result = sd_bus_set_address(link->bus_, address.c_str());
+            if (result >= 0)
+                result = sd_bus_set_bus_client(link->bus_, 1);
+            if (result >= 0)
+                result = sd_bus_start(link->bus_);
+        } else {
+            result = system ? sd_bus_open_system(&link->bus_) : sd_bus_open_user(&link->bus_);
+        }
+    }
+    if (result >= 0)
+        result = sd_bus_add_filter(link->bus_, nullptr, &BusLink::onMessage, link.get());
+    if (result >= 0)
+        result = sd_bus_attach_event(link->bus_, link->loop_.event(), 0);
+    if (result < 0) {
+        problem = std::strerror(-result);
+        link->bus_ = sd_bus_flush_close_unref(link->bus_);
+        return nullptr;
+    }
+    link->thread_ = std::thread(&BusLink::runLoop, link.get());
+    return link;
+}
+
+BusLink::~BusLink() {
+    loop_.stop();
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void BusLink::runLoop() {
+    loop_.run();
+    // Release requests and answers still queued go out before the close.
+    bus_ = sd_bus_flush_close_unref(bus_);
+}
+
+void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, bool forever) {
+    loop_.post([this, member, write = std::move(write), read = std::move(read), forever]() mutable {
+        sendNow(member, write, std::move(read), forever);
+    });
+}
+
+void BusLink::callAndWait(const char* member, ArgumentWriter write, ReplyReader read) {
+    std::promise<void> done;
+    call(member, std::move(write), [&](sd_bus_message* reply, ObRef<ObError> failure) {
+        read(reply, std::move(failure));
+        done.set_value();
+    });
+    done.get_future().wait();
+}
+
+void BusLink::send(const char* member, ArgumentWriter write) {
+    loop_.post(
+        [this, member, write = std::move(write)] { sendNow(member, write, nullptr, false); });
+}
+
+void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyReader read,
+                      bool forever) {
+    sd_bus_message* message = nullptr;
+    int result =
+        sd_bus_message_new_method_call(bus_, &message, busName, objectPath, interfaceName, member);
+    ObRef<ObError> failure;
+    // Passcodes and answers cross in these; sd-bus wipes them when freed.
+    if (result >= 0)
+        sd_bus_message_sensitive(message);
+    if (result >= 0 && write)
+        failure = write(message);
+    if (result >= 0 && !failure) {
+        if (!read) {
+            sd_bus_message_set_expect_reply(message, 0);
+            result = sd_bus_send(bus_, message, nullptr);
+        } else {
+            sd_bus_slot* slot = nullptr;
+            auto* pending = new PendingCall{read};
+            result = sd_bus_call_async(bus_, &slot, message, &onReply, pending,
+                                       forever ? UINT64_MAX : 0);
+            if (result >= 0) {
+                sd_bus_slot_set_destroy_callback(slot, &deletePendingCall);
+                sd_bus_slot_set_floating(slot, 1);
+                sd_bus_slot_unref(slot);
+            } else {
+                delete pending;
+            }
+        }
+    }
+    sd_bus_message_unref(message);
+    if (!read)
+        return;
+    if (failure)
+        read(nullptr, failure);
+    else if (result < 0)
+        read(nullptr, kvError(KVErrorServiceUnavailable,
+                              std::string("The authentication daemon cannot be reached: ") +
+                                  std::strerror(-result)));
+}
+
+void BusLink::addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate) {
+    std::lock_guard lock(delegatesMutex_);
+    delegates_[client] = std::move(delegate);
+}
+
+void BusLink::forgetDelegate(std::uint64_t client) {
+    ObRef<KVUIDelegate> forgotten;
+    std::lock_guard lock(delegatesMutex_);
+    if (auto found = delegates_.find(client); found != delegates_.end()) {
+        forgotten = std::move(found->second);
+        delegates_.erase(found);
+    }
+}
+
+int BusLink::onMessage(sd_bus_message* message, void* self, sd_bus_error*) {
+    auto& link = *static_cast<BusLink*>(self);
+    if (sd_bus_message_is_signal(message, "org.freedesktop.DBus.Local", "Disconnected"))
+        link.connected_ = false;
+    else if (sd_bus_message_is_signal(message, interfaceName, "Event"))
+        link.deliverEvent(message);
+    return 0;
+}
+
+void BusLink::deliverEvent(sd_bus_message* message) {
+    std::uint64_t client = 0, serial = 0;
+    std::int64_t event = 0;
+    ObRef<ObObject> params;
+    if (sd_bus_message_read(message, "ttx", &client, &serial, &event) < 0 ||
+        !readValue(message, params).empty())
+        return;
+    ObRef<KVUIDelegate> delegate;
+    {
+        std::lock_guard lock(delegatesMutex_);
+        if (auto found = delegates_.find(client); found != delegates_.end())
+            delegate = found->second;
+    }
+    auto returnEvent = [client, serial](BusLink& link, EventOutcome outcome, std::string text) {
+        link.send("EventReturned", [=](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "ttis", client, serial, std::int32_t(outcome), text.c_str());
+            return nullptr;
+        });
+    };
+    if (!delegate) {
+        returnEvent(*this, EventOutcome::returned, "");
+        return;
+    }
+    // Weak: a delegate may keep its reply after every client has gone.
+    std::weak_ptr<BusLink> weak = weak_from_this();
+    dispatcher_.post([weak, delegate, client, serial, event, returnEvent,
+                      params = ob_cast<ObDictionary>(params)] {
+        std::shared_ptr<BusLink> link = weak.lock();
+        if (!link)
+            return;
+        KVUIReply answer = [weak, client, serial](ObRef<ObDictionary> response,
+                                                  ObRef<ObError> error) {
+            std::shared_ptr<BusLink> alive = weak.lock();
+            if (!alive)
+                return;
+            alive->send("AnswerEvent", [=](sd_bus_message* m) -> ObRef<ObError> {
+                sd_bus_message_append(m, "tt", client, serial);
+                // An answer that cannot cross fails the evaluation with the reason.
+                if (ObRef<ObError> failure = encodingError(m, response))
+                    return appendValue(m, nullptr) ? failure : appendValue(m, failure);
+                if (ObRef<ObError> failure = appendValue(m, response))
+                    return failure;
+                return appendValue(m, error);
+            });
+        };
+        try {
+            delegate->event_params_reply(ObInteger(event), params, std::move(answer));
+            returnEvent(*link, EventOutcome::returned, "");
+        } catch (const std::exception& exception) {
+            returnEvent(*link, EventOutcome::threwException, exception.what());
+        } catch (...) {
+            returnEvent(*link, EventOutcome::threwOther, "");
+        }
+    });
+}
+} // namespace tessiva::detail::bus

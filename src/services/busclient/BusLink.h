@@ -1,0 +1,66 @@
+// BusLink: the client side's connection to the daemon, with the thread that
+// owns it and the dispatcher that runs callers' callbacks.
+#pragma once
+
+#include "platform/brindle/KVErrors.h"
+#include "services/dbus/Dispatcher.h"
+#include "services/dbus/EventLoop.h"
+#include "tessiva/kavelin/KVUIDelegate.h"
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <systemd/sd-bus.h>
+
+namespace tessiva::detail::bus {
+// Appends a call's arguments; the error when a value cannot cross the bus.
+using ArgumentWriter = std::function<ObRef<ObError>(sd_bus_message*)>;
+// Reads a reply on the loop's thread; `failure` is set instead when the call
+// failed (argument, bus or daemon error) and `reply` is then null.
+using ReplyReader = std::function<void(sd_bus_message* reply, ObRef<ObError> failure)>;
+
+class BusLink : public std::enable_shared_from_this<BusLink> {
+public:
+    // Connects to the bus at the address (empty: the session bus, or the
+    // system bus when `system`); null with the reason when it cannot.
+    static std::shared_ptr<BusLink> open(const std::string& address, bool system,
+                                         std::string& problem);
+    ~BusLink();
+
+    // False once the connection is lost; a lost link is not used again.
+    bool connected() const noexcept { return connected_.load(); }
+
+    // Calls a method of the daemon; `read` runs on the loop's thread. With
+    // `forever` the call waits as long as the daemon takes (evaluations).
+    void call(const char* member, ArgumentWriter write, ReplyReader read, bool forever = false);
+    // The same, waiting on the calling thread for `read` to have run.
+    void callAndWait(const char* member, ArgumentWriter write, ReplyReader read);
+    // Sends a method call whose reply nobody waits for.
+    void send(const char* member, ArgumentWriter write);
+
+    // Where events for the client go, until forgotten.
+    void addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate);
+    void forgetDelegate(std::uint64_t client);
+
+    Dispatcher& dispatcher() noexcept { return dispatcher_; }
+
+private:
+    BusLink() = default;
+    void runLoop();
+    static int onMessage(sd_bus_message* message, void* self, sd_bus_error* error);
+    void deliverEvent(sd_bus_message* message);
+    // Sends on the loop's thread.
+    void sendNow(const char* member, const ArgumentWriter& write, ReplyReader read, bool forever);
+
+    EventLoop loop_;
+    sd_bus* bus_ = nullptr;
+    std::string daemonName_;
+    std::atomic<bool> connected_{true};
+    std::mutex delegatesMutex_;
+    std::map<std::uint64_t, ObRef<KVUIDelegate>> delegates_;
+    Dispatcher dispatcher_;
+    std::thread thread_;
+};
+} // namespace tessiva::detail::bus

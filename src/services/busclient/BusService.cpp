@@ -1,0 +1,72 @@
+// Set-up through the daemon: Connect makes or restores a context there.
+#include "BusService.h"
+
+#include "BusClient.h"
+#include "services/dbus/ValueCodec.h"
+#include "tessiva/object/ObMake.h"
+
+#include <cstdlib>
+#include <string_view>
+
+namespace tessiva::detail::bus {
+std::shared_ptr<BusLink> BusService::link(std::string& problem) {
+    std::lock_guard lock(mutex_);
+    if (!link_ || !link_->connected())
+        link_ = BusLink::open(address_, system_, problem);
+    return link_;
+}
+
+void BusService::clientWithExternalizedContext_uiDelegate_reply(
+    const ObRef<ObData>& context, const ObRef<KVUIDelegate>& uiDelegate, KVClientReply reply) {
+    std::string problem;
+    std::shared_ptr<BusLink> connection = link(problem);
+    if (!connection) {
+        reply(nullptr, kvError(KVErrorServiceUnavailable,
+                               "The authentication daemon cannot be reached: " + problem));
+        return;
+    }
+    ObRef<KVClient> client;
+    ObRef<ObError> error;
+    connection->callAndWait(
+        "Connect",
+        [&](sd_bus_message* m) -> ObRef<ObError> {
+            if (ObRef<ObError> failure = appendValue(m, context))
+                return failure;
+            sd_bus_message_append(m, "b", int(bool(uiDelegate)));
+            return nullptr;
+        },
+        [&](sd_bus_message* message, ObRef<ObError> failure) {
+            std::uint64_t id = 0;
+            ObRef<ObObject> handle, creator, carried;
+            if (!message) {
+                error = failure;
+            } else if (sd_bus_message_read(message, "t", &id) < 0 ||
+                       !readValue(message, handle).empty() ||
+                       !readValue(message, creator).empty() ||
+                       !readValue(message, carried).empty()) {
+                error = kvError(KVErrorServiceUnavailable,
+                                "The authentication daemon sent a malformed reply.");
+            } else if (!(error = ob_cast<ObError>(carried))) {
+                // Registered on the loop's thread, before any event can come.
+                if (uiDelegate)
+                    connection->addDelegate(id, uiDelegate);
+                client = ObMake<BusClient>(connection, id, ob_cast<ObData>(handle),
+                                           ob_cast<ObString>(creator));
+            }
+        });
+    reply(client, error);
+}
+
+const char* BusService::className() const noexcept {
+    return "KVBusService";
+}
+} // namespace tessiva::detail::bus
+
+ObRef<KVBusService> KVBusService::make(const ObRef<ObString>& address) {
+    const char* bus = std::getenv("TESSIVA_BUS");
+    return ObMake<tessiva::detail::bus::BusService>(
+        address ? std::string(address->text()) : std::string(),
+        bus != nullptr && std::string_view(bus) == "system");
+}
+
+KVBusService::~KVBusService() = default;

@@ -1,0 +1,128 @@
+// The client operations every Tessiva service shares.
+#include "ServiceClient.h"
+
+#include "Evaluation.h"
+#include "ServiceErrors.h"
+#include "ServiceThread.h"
+#include "ServiceVocabulary.h"
+#include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObMake.h"
+
+namespace tessiva::detail {
+namespace {
+constexpr ObInteger ridgeScanPolicy = 1;
+constexpr ObInteger firstPasscodePolicy = 1000;
+constexpr ObInteger lastPasscodePolicy = 1007;
+
+OB_CONSTANT_STRING(notInteractiveMessage,
+                   "The evaluation needs the user, and user interaction is not allowed.");
+OB_CONSTANT_STRING(deniedMessage, "The ACL does not allow the operation.");
+OB_CONSTANT_STRING(noPasscodeWantedMessage, "No evaluation is waiting for a passcode.");
+OB_CONSTANT_STRING(stoppedMessage, "The application stopped the evaluation.");
+OB_CONSTANT_STRING(invalidatedCancelMessage, "The context was invalidated during the evaluation.");
+
+bool isKnownPolicy(ObInteger policy) {
+    return policy == ridgeScanPolicy ||
+           (policy >= firstPasscodePolicy && policy <= lastPasscodePolicy);
+}
+} // namespace
+
+void ServiceClient::invalidate() {
+    ObRef<Evaluation> running = context_->invalidate();
+    service_->forget(*context_);
+    if (running)
+        running->fail(kvError(KVErrorAppCancel, &invalidatedCancelMessage));
+}
+
+void ServiceClient::evaluatePolicy_options_reply(ObInteger policy,
+                                                 const ObRef<ObDictionary>& options,
+                                                 KVResultReply reply) {
+    if (ObRef<ObError> error = startEvaluation(policy, options, reply)) {
+        // Replies come from a service thread even when nothing was started.
+        runOnServiceThread(
+            [reply = std::move(reply), error = std::move(error)] { reply(nullptr, error); });
+    }
+}
+
+ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDictionary>& options,
+                                              const KVResultReply& reply) {
+    if (context_->isInvalidated())
+        return invalidatedContextError();
+    if (!isKnownPolicy(policy))
+        return kvError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
+    ObRef<ObError> error;
+    ObRef<Verifier> verifier = service_->verifiers()->verifierForPolicy(policy, &error);
+    if (!verifier)
+        return error;
+    std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);
+    if (!read)
+        return error;
+    if (!read->interactive)
+        return kvError(KVErrorNotInteractive, &notInteractiveMessage);
+
+    auto evaluation = ObMake<Evaluation>(*read, std::move(verifier), delegate_, context_, reply);
+    if (ObRef<ObError> refused = context_->begin(evaluation))
+        return refused;
+    try {
+        runOnServiceThread([evaluation] { evaluation->run(); });
+    } catch (...) {
+        context_->finish(*evaluation);
+        throw;
+    }
+    return nullptr;
+}
+
+void ServiceClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
+                                                        const ObRef<ObObject>& operation,
+                                                        const ObRef<ObDictionary>&,
+                                                        KVResultReply reply) {
+    if (context_->isInvalidated()) {
+        reply(nullptr, invalidatedContextError());
+        return;
+    }
+    KVACLRule rule = service_->aclRule();
+    if (rule && !rule(acl, operation)) {
+        reply(nullptr, kvError(KVErrorACLDenied, &deniedMessage));
+        return;
+    }
+    reply(ObDictionary::make(), nullptr);
+}
+
+void ServiceClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) {
+    if (context_->isInvalidated()) {
+        reply(false, invalidatedContextError());
+        return;
+    }
+    ObRef<Evaluation> running = context_->runningEvaluation();
+    if (!running || !running->enterPasscode(password)) {
+        reply(false, kvError(KVErrorNoEventProcessed, &noPasscodeWantedMessage));
+        return;
+    }
+    reply(true, nullptr);
+}
+
+void ServiceClient::failProcessedEvent_failureError_reply(ObInteger event,
+                                                          const ObRef<ObObject>& failureError,
+                                                          KVSuccessReply reply) {
+    if (context_->isInvalidated()) {
+        reply(false, invalidatedContextError());
+        return;
+    }
+    ObRef<Evaluation> running = event == passcodeEvent ? context_->runningEvaluation() : nullptr;
+    ObRef<ObError> error = ob_cast<ObError>(failureError);
+    if (!error)
+        error = kvError(KVErrorAppCancel, &stoppedMessage);
+    if (!running || !running->fail(error)) {
+        reply(false, kvError(KVErrorNoEventProcessed,
+                             ObFormat("No evaluation is processing event %ld.", event)));
+        return;
+    }
+    reply(true, nullptr);
+}
+
+const char* ServiceClient::className() const noexcept {
+    return service_->clientClassName();
+}
+} // namespace tessiva::detail

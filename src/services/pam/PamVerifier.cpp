@@ -1,0 +1,151 @@
+// The PAM service's judge: one PAM transaction per evaluation, one
+// pam_authenticate per attempt, pam_acct_mgmt once the user is known.
+#include "PamConversation.h"
+#include "PamSupport.h"
+#include "services/core/ServiceErrors.h"
+#include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObMake.h"
+
+#include <string>
+
+namespace tessiva::detail {
+namespace {
+constexpr ObInteger ridgeScanPolicy = 1;
+
+OB_CONSTANT_STRING(noBiometricServiceMessage,
+                   "No PAM service is configured for biometric authentication.");
+
+class PamVerifier final : public Verifier {
+public:
+    PamVerifier(std::string service, std::string user)
+        : service_(std::move(service)), user_(std::move(user)) {}
+
+    ~PamVerifier() override {
+        if (handle_ != nullptr)
+            pam_end(handle_, lastStatus_);
+    }
+
+    Verification verify(Conversation& conversation) override {
+        state_.conversation = &conversation;
+        state_.refusedPrompt.clear();
+        Verification verification = attempt();
+        state_.conversation = nullptr;
+        return verification;
+    }
+
+    const char* className() const noexcept override { return "PamVerifier"; }
+
+private:
+    Verification attempt() {
+        if (handle_ == nullptr) {
+            const pam_conv conversation{converseWithEvaluation, &state_};
+            lastStatus_ = pam_start(service_.c_str(), user_.c_str(), &conversation, &handle_);
+            if (lastStatus_ != PAM_SUCCESS) {
+                handle_ = nullptr; // pam_start may leave it set on failure
+                // Linux-PAM's messages need no handle.
+                return failed(KVErrorServiceUnavailable,
+                              ObFormat("PAM could not start the service '%s': %s.",
+                                       service_.c_str(), pam_strerror(nullptr, lastStatus_)));
+            }
+        }
+        lastStatus_ = pam_authenticate(handle_, PAM_DISALLOW_NULL_AUTHTOK);
+        // Modules report a failed conversation in their own ways.
+        if (lastStatus_ != PAM_SUCCESS && !state_.refusedPrompt.empty())
+            return failed(KVErrorServiceUnavailable,
+                          ObFormat("PAM asked for visible input (\"%s\"), which Tessiva "
+                                   "does not give.",
+                                   state_.refusedPrompt.c_str()));
+        switch (lastStatus_) {
+        case PAM_SUCCESS:
+            return checkAccount();
+        case PAM_AUTH_ERR:
+        case PAM_CRED_INSUFFICIENT:
+            return {Verdict::rejected, nullptr};
+        case PAM_CONV_ERR:
+            // The evaluation stopped or spoiled the attempt; it knows how it ends.
+            return {Verdict::rejected, nullptr};
+        case PAM_USER_UNKNOWN:
+            return failed(KVErrorAuthenticationFailed,
+                          ObFormat("PAM does not know the user '%s'.", user_.c_str()));
+        case PAM_MAXTRIES:
+            return failed(KVErrorAuthenticationFailed,
+                          ObFormat("PAM refused further attempts for the user '%s': %s.",
+                                   user_.c_str(), strerror()));
+        default:
+            return failed(KVErrorServiceUnavailable,
+                          ObFormat("PAM could not authenticate the user '%s' with the service "
+                                   "'%s': %s.",
+                                   user_.c_str(), service_.c_str(), strerror()));
+        }
+    }
+
+    Verification checkAccount() {
+        lastStatus_ = pam_acct_mgmt(handle_, PAM_DISALLOW_NULL_AUTHTOK);
+        switch (lastStatus_) {
+        case PAM_SUCCESS:
+            return {Verdict::accepted, nullptr};
+        case PAM_ACCT_EXPIRED:
+        case PAM_NEW_AUTHTOK_REQD:
+        case PAM_PERM_DENIED:
+        case PAM_AUTH_ERR:
+            return failed(KVErrorACLDenied,
+                          ObFormat("PAM does not let the user '%s' in with the service '%s': %s.",
+                                   user_.c_str(), service_.c_str(), strerror()));
+        case PAM_USER_UNKNOWN:
+            return failed(KVErrorAuthenticationFailed,
+                          ObFormat("PAM does not know the user '%s'.", user_.c_str()));
+        default:
+            return failed(KVErrorServiceUnavailable,
+                          ObFormat("PAM could not check the account of the user '%s': %s.",
+                                   user_.c_str(), strerror()));
+        }
+    }
+
+    const char* strerror() const { return pam_strerror(handle_, lastStatus_); }
+
+    static Verification failed(ObInteger code, const ObRef<ObString>& message) {
+        return {Verdict::failed, kvError(code, message)};
+    }
+
+    const std::string service_;
+    const std::string user_;
+    // Where the handle's conversation finds the attempt; its address is fixed.
+    PamConversationState state_;
+    pam_handle_t* handle_ = nullptr;
+    int lastStatus_ = PAM_SUCCESS;
+};
+
+class PamVerifierSource final : public VerifierSource {
+public:
+    explicit PamVerifierSource(KVPAMConfiguration configuration)
+        : configuration_(std::move(configuration)) {}
+
+    ObRef<Verifier> verifierForPolicy(ObInteger policy, ObRef<ObError>* error) override {
+        if (policy != ridgeScanPolicy)
+            return ObMake<PamVerifier>(configuration_.service, configuration_.user);
+        if (configuration_.biometricService.empty()) {
+            *error = kvError(KVErrorBiometryNotAvailable, &noBiometricServiceMessage);
+            return nullptr;
+        }
+        return ObMake<PamVerifier>(configuration_.biometricService, configuration_.user);
+    }
+
+    const char* className() const noexcept override { return "PamVerifierSource"; }
+
+private:
+    const KVPAMConfiguration configuration_;
+};
+} // namespace
+
+ObRef<ObError> pamSupportError() {
+    return nullptr;
+}
+
+ObRef<VerifierSource> makePamVerifierSource(const KVPAMConfiguration& configuration) {
+    return ObMake<PamVerifierSource>(configuration);
+}
+} // namespace tessiva::detail
+
+bool KVPAMService::isSupported() noexcept {
+    return true;
+}

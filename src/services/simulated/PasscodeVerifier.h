@@ -1,0 +1,28 @@
+// The simulated service's judge: the passcode it holds, compared with the
+// user's answer.
+#pragma once
+
+#include "services/core/Verifier.h"
+#include "tessiva/object/ObString.h"
+
+#include <mutex>
+
+namespace tessiva::detail {
+// Makes the verifiers of the simulated service's evaluations; each keeps the
+// passcode that was current when its evaluation started.
+class PasscodeVerifierSource final : public VerifierSource {
+public:
+    PasscodeVerifierSource();
+
+    ObRef<Verifier> verifierForPolicy(ObInteger policy, ObRef<ObError>* error) override;
+    // Absent restores the default.
+    void setPasscode(const ObRef<ObString>& passcode);
+    ObRef<ObString> passcode();
+
+    const char* className() const noexcept override;
+
+private:
+    std::mutex mutex_;
+    ObRef<ObString> passcode_;
+};
+} // namespace tessiva::detail
