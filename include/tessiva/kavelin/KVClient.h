@@ -1,7 +1,7 @@
 // KVClient: a client of the authentication service for one context, and the
 // installable backend that makes clients.
 //
-// THE CONTRACT. What every backend (a KVClientBackend and the KVClients it
+// The contract. What every backend (a KVClientBackend and the KVClients it
 // makes) guarantees, and what libTessiva relies on. Tessiva's own backends
 // keep all of it: KVSimulatedService and KVPAMService share one
 // implementation of it and differ only in how an answer is judged;
@@ -82,8 +82,8 @@
 //   1000  a number; true fails with KVErrorNotInteractive, and raises nothing
 //   1001  a positive number of seconds within which the user must answer,
 //         counted from the start (longer than 366 days counts as 366 days);
-//         then KVErrorTimedOut. Without it the evaluation waits until it is
-//         answered or stopped
+//         then KVErrorTimedOut, "The user did not authenticate in time.".
+//         Without it the evaluation waits until it is answered or stopped
 //   1004  a positive number: the passcode failures allowed (default 3)
 //   1007  a dictionary naming the events the caller wants raised: the
 //         passcode event is raised only when it holds the key 2 (processing
@@ -97,8 +97,8 @@
 // (KVErrorAppCancel when it is absent or not an ObError), and replies
 // success; with another event, or when the evaluation already has its
 // outcome or is failing, it replies KVErrorNoEventProcessed.
-// enterPassword_reply hands the password to the running evaluation's current passcode
-// event (raised or not) and replies success; it replies
+// enterPassword_reply hands the password to the running evaluation's
+// current passcode event (raised or not) and replies success; it replies
 // KVErrorNoEventProcessed when no evaluation is running, when it already has
 // its outcome or is failing, or when the current event already has its
 // answer.
