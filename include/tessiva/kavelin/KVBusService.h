@@ -1,21 +1,30 @@
 // KVBusService: a KVClient backend that reaches the authentication daemon,
 // tessivad, over D-Bus, so that contexts are shared between processes.
 //
-// The daemon hosts a service (the simulated one by default) and relays to it:
-// contexts, handles, options, events and codes are the hosted service's own.
-// A context belongs to the user who made it; the daemon treats a handle made
-// by another user as unknown (KVErrorInvalidContext). User-interface events
-// reach the delegate of the client that started the evaluation, in this
-// process, on a thread of the backend's own; the delegate may answer from
-// any thread. Replies other than an evaluation's run on the caller's thread
-// before the call returns, as the hosted service's do.
+// The daemon hosts a service (the simulated one by default) and relays to it,
+// keeping the contract of KVClient.h across processes: contexts, handles,
+// options, events and codes are the hosted service's own. A context belongs
+// to the user who made it; the daemon treats a handle made by another user as
+// unknown (KVErrorInvalidContext). User-interface events reach the delegate
+// of the client that started the evaluation, in this process, on a thread of
+// the backend's own; the delegate may answer from any thread. An evaluation's
+// reply comes on that thread too, after the events raised before it. Replies
+// other than an evaluation's run on the caller's thread before the call
+// returns, and invalidate returns once the daemon has ended the context.
+// The daemon ends a context 300 seconds (its --idle-seconds) after its last
+// client was released, and stops the running evaluations of a process that
+// leaves the bus (KVErrorAppCancel).
 //
 // The connection is made on first use and again after it was lost. When the
-// daemon cannot be reached, set-up replies at once with KVErrorServiceUnavailable
-// ("The authentication daemon cannot be reached: <reason>"); a daemon that goes
-// away fails the evaluations waiting on it with the same code. A value that
-// cannot cross the bus (see README, "Values on the bus") fails the operation
-// with KVErrorInvalidParameter. A build without D-Bus support keeps this class,
+// daemon cannot be reached, set-up replies at once with
+// KVErrorServiceUnavailable ("The authentication daemon cannot be reached:
+// <reason>"); a daemon that goes away fails the evaluations waiting on it
+// with the same code. After the daemon restarted, the operations of clients
+// made before fail with KVErrorInvalidContext. A request beyond the daemon's
+// limits fails with KVErrorServiceUnavailable ("The authentication daemon
+// refused the request: <reason>"). A value that cannot cross the bus (see
+// docs/architecture.md, "Values on the bus") fails the operation with
+// KVErrorInvalidParameter. A build without D-Bus support keeps this class,
 // and every set-up replies KVErrorServiceUnavailable, "Tessiva was built
 // without D-Bus support.".
 #pragma once

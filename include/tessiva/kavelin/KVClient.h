@@ -1,5 +1,122 @@
 // KVClient: a client of the authentication service for one context, and the
 // installable backend that makes clients.
+//
+// The contract. What every backend (a KVClientBackend and the KVClients it
+// makes) guarantees, and what libTessiva relies on. Tessiva's own backends
+// keep all of it: KVSimulatedService and KVPAMService share one
+// implementation of it and differ only in how an answer is judged;
+// KVBusService relays a service hosted by the daemon tessivad and keeps the
+// same rules across processes. Codes are KVErrorDomain codes: those of
+// KVServiceErrors.h, KVErrorInvalidParameter, and KVErrorServiceUnavailable
+// below. "At once" means on the calling thread, before the call returns.
+//
+// Replies. Every operation that takes a reply calls it exactly once: with a
+// result and no error, or with an error and no result (a KVSuccessReply:
+// true and no error, or false and an error). The one exception is a policy
+// evaluation still waiting for the user when the process ends: it is
+// abandoned without its reply. Set-up, ACL evaluation, enterPassword and
+// failProcessedEvent reply at once. A policy evaluation never replies on the
+// thread that called it, not even when it is refused before it starts: its
+// reply comes from a thread of the backend's own, and so do the delegate's
+// events. Every operation is safe from any thread, and a backend calls
+// replies, delegates and the ACL rule with no lock of its own held. A backend
+// may be released at any time: an evaluation owns what it uses.
+//
+// Contexts. Set-up without a handle makes a new context; its externalized
+// context (the credential handle, 16 random bytes in Tessiva's services) is
+// the same for every client of it. Set-up with a handle reaches the same
+// context (the same handle, the same running evaluation, the same
+// invalidation), or fails at once with KVErrorInvalidContext, "No context
+// matches the handle.", when no context has it (never had, or invalidated).
+// Each client carries its own delegate (may be absent); an evaluation talks
+// to the delegate of the client that started it. creatorDisplayName names
+// the process that made the context.
+//
+// Policy evaluation. Policies 1000 to 1007 are satisfied by the user's
+// passcode; policy 1 needs a ridge scan (a backend without one fails it with
+// KVErrorBiometryNotAvailable). Before it starts, an evaluation is refused,
+// in this order of checks, with:
+//   KVErrorInvalidContext         the context was invalidated
+//   KVErrorInvalidParameter       an unknown policy ("Unknown policy: N")
+//   the backend's own error       the backend cannot evaluate the policy
+//   KVErrorInvalidParameter       a malformed option (see Options)
+//   KVErrorNotInteractive         option 1000 is true
+//   KVErrorEvaluationInProgress   the context already runs an evaluation
+//                                 (one evaluation per context at a time)
+// Otherwise it asks for the passcode through event 2, the passcode event,
+// raised through the delegate with these parameters:
+//   0 (Active)        true while the passcode is wanted
+//   5 (SimpleStatus)  the number of attempts left, as an integer
+//   1                 the service's texts for the user since the last event,
+//                     one line each, only when there are any (PAM's notices)
+//   3, 4              the view's bundle identifier and name (Tessiva's
+//                     services: "org.tessiva.simulator" and
+//                     "SimulatedPasscodeView"), only when option 1007 asks
+//                     for the remote view
+// The passcode comes from the delegate's answer (response 0) or from
+// enterPassword_reply on any client of the context. Each raised event takes
+// one answer: a later answer to it, or an answer to an older event, is
+// ignored. The delegate may answer inside the event call, later, or from any
+// thread:
+//   response 0 is an ObString      a passcode attempt
+//   response 0 is anything else    the user declined: KVErrorUserCancel
+//   an error                       the evaluation fails with that error object
+//   neither                        the event is acknowledged; the evaluation
+//                                  keeps waiting (for enterPassword, say)
+// A wrong passcode is one failure (so is a password given to enterPassword
+// that is not an ObString) and raises the event again with one attempt
+// fewer; at the maximum (option 1004) the evaluation fails with
+// KVErrorAuthenticationFailed. A delegate that throws from the event call
+// fails the evaluation with KVErrorInvalidParameter, "The user-interface
+// delegate raised an exception: <what()>". Events of one evaluation come one
+// at a time: the next is raised after the delegate's call for the previous
+// one has returned. Once it has raised an event, an evaluation raises event 2
+// a last time with {0: false} (the passcode view may close; an answer to it
+// is ignored), and calls its reply only after that call has returned. With no
+// delegate, or with the event filtered out (option 1007), nothing is raised
+// and only enterPassword can answer.
+// Success replies {1: false, 3: true, 4: false, 5: false}: a passcode, and
+// no ridge scan, yes/no or passphrase, was used.
+//
+// Options, by number; a malformed value fails with KVErrorInvalidParameter:
+//   1000  a number; true fails with KVErrorNotInteractive, and raises nothing
+//   1001  a positive number of seconds within which the user must answer,
+//         counted from the start (longer than 366 days counts as 366 days);
+//         then KVErrorTimedOut, "The user did not authenticate in time.".
+//         Without it the evaluation waits until it is answered or stopped
+//   1004  a positive number: the passcode failures allowed (default 3)
+//   1007  a dictionary naming the events the caller wants raised: the
+//         passcode event is raised only when it holds the key 2 (processing
+//         form) or "EventPasscode" (filter form). The processing entry for 2
+//         may be a dictionary holding parameter 0; when that is true the
+//         event carries 3 and 4. Without option 1007 the event is raised
+//   1009 and every other option are accepted and ignored.
+//
+// Client requests. failProcessedEvent_failureError_reply with event 2 makes
+// the running evaluation fail with the given error object, exactly as given
+// (KVErrorAppCancel when it is absent or not an ObError), and replies
+// success; with another event, or when the evaluation already has its
+// outcome or is failing, it replies KVErrorNoEventProcessed.
+// enterPassword_reply hands the password to the running evaluation's
+// current passcode event (raised or not) and replies success; it replies
+// KVErrorNoEventProcessed when no evaluation is running, when it already has
+// its outcome or is failing, or when the current event already has its
+// answer.
+//
+// ACL evaluation asks the service's ACL rule and replies an empty dictionary,
+// or KVErrorACLDenied; its options are not read.
+//
+// Invalidation ends the context, with no reply: its handle no longer
+// restores it, a running evaluation fails with KVErrorAppCancel (after its
+// closing event, if it raised one), and every later operation on any of its
+// clients fails with KVErrorInvalidContext (externalizedContext and
+// creatorDisplayName still answer). Invalidating again does nothing.
+// Releasing a client ends neither its context nor its running evaluation
+// (the daemon ends a context some time after its last client has gone: see
+// KVBusService.h).
+//
+// No service. KVErrorServiceUnavailable means that there is no service to
+// ask: no backend, a daemon out of reach, PAM unable to authenticate at all.
 #pragma once
 
 #include "tessiva/kavelin/KVUIDelegate.h"
@@ -11,7 +128,7 @@
 
 class KVClient;
 
-// Each reply is called exactly once, from any thread.
+// Each reply is called exactly once; which thread calls it is said above.
 using KVClientReply = std::function<void(ObRef<KVClient>, ObRef<ObError>)>;
 using KVResultReply = std::function<void(ObRef<ObDictionary>, ObRef<ObError>)>;
 using KVSuccessReply = std::function<void(bool, ObRef<ObError>)>;
@@ -35,19 +152,25 @@ public:
     static void clientWithExternalizedContext_uiDelegate_reply(
         const ObRef<ObData>& context, const ObRef<KVUIDelegate>& uiDelegate, KVClientReply reply);
 
-    // The context in externalized form: the credential handle.
+    // The context in externalized form: the credential handle. Answers at
+    // once, also after invalidation.
     virtual ObRef<ObData> externalizedContext() = 0;
-    // Ends the context in the service.
+    // Ends the context in the service (see Invalidation above); returns once
+    // it is ended.
     virtual void invalidate() = 0;
-    // Names the context's creator; may be absent.
+    // Names the process that made the context; may be absent.
     virtual ObRef<ObString> creatorDisplayName() = 0;
 
+    // See Policy evaluation and Options above; replies from a thread of the
+    // backend's own, never the caller's.
     virtual void evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDictionary>& options,
                                               KVResultReply reply) = 0;
+    // See ACL evaluation above; replies at once.
     virtual void evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
                                                      const ObRef<ObObject>& operation,
                                                      const ObRef<ObDictionary>& options,
                                                      KVResultReply reply) = 0;
+    // See Client requests above; each replies at once.
     virtual void enterPassword_reply(const ObRef<ObObject>& password, KVSuccessReply reply) = 0;
     virtual void failProcessedEvent_failureError_reply(ObInteger event,
                                                        const ObRef<ObObject>& failureError,
@@ -61,6 +184,9 @@ protected:
 // What makes clients: the service itself, a simulation, or a test's fake.
 class TESSIVA_PLATFORM_API KVClientBackend : public ObObject {
 public:
+    // A client on the context of the handle, or on a new context when it is
+    // absent, with the delegate (may be absent); replies at once. See
+    // Contexts above.
     virtual void
     clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
                                                    const ObRef<KVUIDelegate>& uiDelegate,

@@ -4,14 +4,15 @@
 // environment variable TESSIVA_SERVICE=pam, or install it with
 // KVSetClientBackend.
 //
-// Shape. The service shares its machinery with KVSimulatedService: contexts,
-// handles and restore by handle, invalidation, options 1000/1001/1004/1007/
-// 1009, the passcode event 2 and its parameters, the client requests, one
-// evaluation per context, the error codes and the result dictionary behave
-// exactly as described in KVSimulatedService.h. Only the judge differs: where
-// the simulated service compares the answer with its passcode, this one runs
-// pam_authenticate on the evaluation's own thread (never the caller's) and
-// PAM's modules judge the answers handed to them through PAM's conversation.
+// Shape. The service keeps the contract of KVClient.h, with the same
+// implementation as KVSimulatedService: contexts, handles and restore by
+// handle, invalidation, options 1000/1001/1004/1007/1009, the passcode event
+// 2 and its parameters, the client requests, one evaluation per context, the
+// error codes and the result dictionary are as the contract says. Only the
+// judge differs: where the simulated service compares the answer with its
+// passcode, this one runs pam_authenticate on the evaluation's own thread
+// (never the caller's) and PAM's modules judge the answers handed to them
+// through PAM's conversation.
 //
 // The conversation. Every PAM_PROMPT_ECHO_OFF message (a password prompt)
 // raises the passcode event with the attempts left, and its answer (the
@@ -24,7 +25,7 @@
 // KVErrorServiceUnavailable. A wrong password (PAM_AUTH_ERR) counts against
 // option 1004 and asks again; the time-out, StopEvents, invalidation and a
 // declining delegate end a pending prompt at once, the conversation returning
-// PAM_CONV_ERR so that PAM unwinds, with the codes of the simulated service.
+// PAM_CONV_ERR so that PAM unwinds, with the codes the contract gives.
 // After a successful authentication pam_acct_mgmt runs.
 //
 // Codes particular to PAM (KVErrorDomain, with the VR code they become):
