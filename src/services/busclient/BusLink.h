@@ -5,6 +5,7 @@
 #include "platform/brindle/KVErrors.h"
 #include "services/dbus/Dispatcher.h"
 #include "services/dbus/EventLoop.h"
+#include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 
 #include <atomic>
@@ -55,7 +56,7 @@ private:
     void sendNow(const char* member, const ArgumentWriter& write, ReplyReader read, bool forever);
 
     EventLoop loop_;
-    sd_bus* bus_ = nullptr;
+    BusRef bus_;
     std::string daemonName_;
     std::atomic<bool> connected_{true};
     std::mutex delegatesMutex_;
