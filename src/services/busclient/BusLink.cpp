@@ -14,6 +14,15 @@
 #include <future>
 
 namespace tessiva::detail::bus {
+ObRef<ObError> unreachableError(std::string_view why) {
+    return kvError(KVErrorServiceUnavailable,
+                   "The authentication daemon cannot be reached: " + std::string(why));
+}
+
+ObRef<ObError> malformedReplyError() {
+    return kvError(KVErrorServiceUnavailable, "The authentication daemon sent a malformed reply.");
+}
+
 namespace {
 // How a failed call reads to the caller: the daemon's own refusals keep
 // their meaning, anything else means the daemon is out of reach.
@@ -27,8 +36,7 @@ ObRef<ObError> errorFromBus(const sd_bus_error* error) {
     if (sd_bus_error_has_name(error, errorLimitExceeded))
         return kvError(KVErrorServiceUnavailable,
                        "The authentication daemon refused the request: " + message);
-    return kvError(KVErrorServiceUnavailable,
-                   "The authentication daemon cannot be reached: " + message);
+    return unreachableError(message);
 }
 
 struct PendingCall {
@@ -146,9 +154,7 @@ void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyRead
     if (failure)
         read(nullptr, failure);
     else if (result < 0)
-        read(nullptr, kvError(KVErrorServiceUnavailable,
-                              std::string("The authentication daemon cannot be reached: ") +
-                                  std::strerror(-result)));
+        read(nullptr, unreachableError(std::strerror(-result)));
 }
 
 void BusLink::addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate) {
