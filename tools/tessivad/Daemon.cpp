@@ -361,15 +361,15 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
                                     const ObRef<ObString>& creator,
                                     const ObRef<RelayDelegate>& relay,
                                     const ObRef<KVClient>& client, const ObRef<ObError>& failure) {
-    const bool ownerGone = !clientsByOwner_.count(owner);
-    if (client && ownerGone) {
+    const bool processGone = !clientsByOwner_.count(owner);
+    if (client && processGone) {
         // The process went while the service made its client: nothing stays.
         if (!contexts_.count(keyOf(*client->externalizedContext())))
             client->invalidate();
         if (relay)
             relay->close();
     }
-    if (!client || ownerGone) {
+    if (!client || processGone) {
         replyLater(number, connectWriter(0, nullptr, nullptr, failure));
         return 0;
     }
