@@ -3,6 +3,7 @@
 // stopped and restarted under live clients, bad peers, and load.
 #include "Outcome.h"
 #include "PrivateBus.h"
+#include "services/dbus/BusConnect.h"
 #include "support/RunTogether.h"
 #include "tessiva/kavelin/KVBusService.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
@@ -17,6 +18,13 @@
 
 namespace tessiva::test {
 namespace {
+using detail::bus::BusAddress;
+using detail::bus::BusError;
+using detail::bus::BusRef;
+using detail::bus::connectToBus;
+using detail::bus::MessageRef;
+using detail::bus::SlotRef;
+
 ObRef<ObString> str(std::string_view text) {
     return ObString::make(text);
 }
@@ -39,59 +47,48 @@ private:
 class RawConnection {
 public:
     explicit RawConnection(const std::string& address) {
-        sd_bus_new(&bus_);
-        sd_bus_set_address(bus_, address.c_str());
-        sd_bus_set_bus_client(bus_, 1);
-        sd_bus_start(bus_);
+        connectToBus({BusAddress::Kind::address, address}, nullptr, bus_);
     }
-    ~RawConnection() { sd_bus_flush_close_unref(bus_); }
-    sd_bus* bus() const noexcept { return bus_; }
+    sd_bus* bus() const noexcept { return bus_.get(); }
 
     // Calls the daemon's method with arguments that `write` appends; "ok",
     // or the D-Bus error's name and message.
     std::string call(const char* member, const std::function<void(sd_bus_message*)>& write,
-                     sd_bus_message** replyOut = nullptr) {
-        sd_bus_message* message = nullptr;
-        sd_bus_message_new_method_call(bus_, &message, "org.tessiva.Authentication1",
+                     MessageRef* replyOut = nullptr) {
+        MessageRef message;
+        sd_bus_message_new_method_call(bus_.get(), message.put(), "org.tessiva.Authentication1",
                                        "/org/tessiva/Authentication1",
                                        "org.tessiva.Authentication1", member);
-        write(message);
-        sd_bus_error error{};
-        sd_bus_message* reply = nullptr;
-        const int result = sd_bus_call(bus_, message, 0, &error, &reply);
-        sd_bus_message_unref(message);
-        std::string outcome = result >= 0 ? "ok" : std::string(error.name) + ": " + error.message;
-        sd_bus_error_free(&error);
+        write(message.get());
+        BusError error;
+        MessageRef reply;
+        const int result = sd_bus_call(bus_.get(), message.get(), 0, error.get(), reply.put());
         if (replyOut != nullptr)
-            *replyOut = reply;
-        else
-            sd_bus_message_unref(reply);
-        return outcome;
+            *replyOut = std::move(reply);
+        return result >= 0 ? "ok" : std::string(error.name()) + ": " + error.message();
     }
 
     // The daemon's counts.
     std::map<std::string, std::uint64_t> statistics() {
-        sd_bus_message* reply = nullptr;
+        MessageRef reply;
         call(
             "Statistics", [](sd_bus_message*) {}, &reply);
         std::map<std::string, std::uint64_t> counts;
-        sd_bus_message_enter_container(reply, 'a', "{st}");
+        sd_bus_message_enter_container(reply.get(), 'a', "{st}");
         const char* name = nullptr;
         std::uint64_t count = 0;
-        while (sd_bus_message_read(reply, "{st}", &name, &count) > 0)
+        while (sd_bus_message_read(reply.get(), "{st}", &name, &count) > 0)
             counts[name] = count;
-        sd_bus_message_unref(reply);
         return counts;
     }
 
     // Watches for another connection going; waitForDisconnection() then
     // returns once the bus has told of it.
     void awaitDisconnection() {
-        sd_bus_slot* slot = nullptr;
         gone_ = false;
         sd_bus_match_signal(
-            bus_, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-            "NameOwnerChanged",
+            bus_.get(), armed_.put(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+            "org.freedesktop.DBus", "NameOwnerChanged",
             [](sd_bus_message* m, void* flag, sd_bus_error*) {
                 const char *name = nullptr, *from = nullptr, *to = nullptr;
                 if (sd_bus_message_read(m, "sss", &name, &from, &to) >= 0 && *name == ':' &&
@@ -100,20 +97,19 @@ public:
                 return 0;
             },
             &gone_);
-        armed_ = slot;
     }
     void waitForDisconnection() {
         while (!gone_) {
-            if (sd_bus_process(bus_, nullptr) > 0)
+            if (sd_bus_process(bus_.get(), nullptr) > 0)
                 continue;
-            sd_bus_wait(bus_, UINT64_MAX);
+            sd_bus_wait(bus_.get(), UINT64_MAX);
         }
-        armed_ = sd_bus_slot_unref(armed_);
+        armed_.reset();
     }
 
 private:
-    sd_bus* bus_ = nullptr;
-    sd_bus_slot* armed_ = nullptr;
+    BusRef bus_;
+    SlotRef armed_;
     bool gone_ = false;
 };
 
@@ -277,13 +273,12 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     const std::string invalid = "org.tessiva.Authentication1.Error.InvalidValue: ";
     const std::string unknownClient = "org.tessiva.Authentication1.Error.UnknownClient: ";
     std::uint64_t mine = 0;
-    sd_bus_message* reply = nullptr;
+    MessageRef reply;
     ASSERT_EQ(raw.call(
                   "Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); },
                   &reply),
               "ok");
-    sd_bus_message_read(reply, "t", &mine);
-    sd_bus_message_unref(reply);
+    sd_bus_message_read(reply.get(), "t", &mine);
 
     const struct {
         const char* member;

@@ -2,6 +2,7 @@
 // hosted service's clients; replies that come later go out from the loop.
 #include "Daemon.h"
 
+#include "platform/brindle/KVErrors.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
@@ -64,7 +65,110 @@ Daemon::ReplyWriter successWriter(bool succeeded, ObRef<ObError> error) {
         return appendValue(reply, failure ? failure : error);
     };
 }
+
+// Connect's reply of (t client, v handle, v creator, v error): the client
+// with its context's handle and creator, or 0 and neither when none was made.
+Daemon::ReplyWriter connectWriter(std::uint64_t id, ObRef<ObData> handle, ObRef<ObString> creator,
+                                  ObRef<ObError> error) {
+    return [id, handle, creator, error](sd_bus_message* reply, const ObRef<ObError>& failure) {
+        const bool made = id != 0 && !failure;
+        sd_bus_message_append(reply, "t", made ? id : std::uint64_t(0));
+        appendValue(reply, made ? ObRef<ObObject>(handle) : nullptr);
+        appendValue(reply, made ? ObRef<ObObject>(creator) : nullptr);
+        return appendValue(reply, failure ? failure : error);
+    };
+}
 } // namespace
+
+struct Daemon::NoArguments {
+    int read(sd_bus_message*, sd_bus_error*) { return 0; }
+};
+
+struct Daemon::PolicyArguments {
+    std::int64_t policy = 0;
+    ObRef<ObDictionary> options;
+    int read(sd_bus_message* call, sd_bus_error* error) {
+        if (int result = sd_bus_message_read(call, "x", &policy); result < 0)
+            return result;
+        return readArgument(call, options, "The options", "a dictionary", error);
+    }
+};
+
+struct Daemon::ACLArguments {
+    ObRef<ObObject> acl, operation;
+    ObRef<ObDictionary> options;
+    int read(sd_bus_message* call, sd_bus_error* error) {
+        for (ObRef<ObObject>* value : {&acl, &operation})
+            if (int refused = readArgument(call, *value, "The ACL or operation", "a value", error);
+                refused < 0)
+                return refused;
+        return readArgument(call, options, "The options", "a dictionary", error);
+    }
+};
+
+struct Daemon::PasswordArguments {
+    ObRef<ObObject> password;
+    int read(sd_bus_message* call, sd_bus_error* error) {
+        sd_bus_message_sensitive(call);
+        return readArgument(call, password, "The password", "a value", error);
+    }
+};
+
+struct Daemon::FailureArguments {
+    std::int64_t event = 0;
+    ObRef<ObObject> failure;
+    int read(sd_bus_message* call, sd_bus_error* error) {
+        if (int result = sd_bus_message_read(call, "x", &event); result < 0)
+            return result;
+        return readArgument(call, failure, "The failure", "a value", error);
+    }
+};
+
+struct Daemon::AnswerArguments {
+    std::uint64_t serial = 0;
+    ObRef<ObDictionary> response;
+    ObRef<ObError> error;
+    int read(sd_bus_message* call, sd_bus_error* refused) {
+        sd_bus_message_sensitive(call);
+        if (int result = sd_bus_message_read(call, "t", &serial); result < 0)
+            return result;
+        if (int result = readArgument(call, response, "The response", "a dictionary", refused);
+            result < 0)
+            return result;
+        return readArgument(call, error, "The answer's error", "an error", refused);
+    }
+};
+
+struct Daemon::ReturnArguments {
+    std::uint64_t serial = 0;
+    std::int32_t outcome = 0;
+    const char* text = nullptr; // valid while the call is
+    int read(sd_bus_message* call, sd_bus_error* error) {
+        if (int result = sd_bus_message_read(call, "tis", &serial, &outcome, &text); result < 0)
+            return result;
+        if (outcome < 0 || outcome > int(EventOutcome::threwOther))
+            return refuse(error, errorInvalidValue, "The outcome must be 0, 1 or 2");
+        return 0;
+    }
+};
+
+template <class Arguments,
+          int (Daemon::*method)(sd_bus_message*, std::uint64_t, Daemon::Client&, Arguments&)>
+int Daemon::onClientMethod(sd_bus_message* call, void* userdata, sd_bus_error* error) {
+    auto& self = *static_cast<Daemon*>(userdata);
+    std::uint64_t id = 0;
+    Arguments arguments;
+    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
+        return result;
+    if (int refused = arguments.read(call, error); refused < 0)
+        return refused;
+    auto found = self.clients_.find(id);
+    // Another process's client is as unknown as one that never was.
+    if (found == self.clients_.end() || found->second.owner != sd_bus_message_get_sender(call))
+        return refuse(error, errorUnknownClient,
+                      "No client " + std::to_string(id) + " of this connection");
+    return (self.*method)(call, id, found->second, arguments);
+}
 
 // Every method is open to every user (sd-bus would otherwise refuse other
 // users' calls); the daemon itself decides what each caller may reach.
@@ -74,35 +178,39 @@ const sd_bus_vtable Daemon::vtable[] = {
         "Connect", "vb", SD_BUS_PARAM(handle) SD_BUS_PARAM(has_delegate), "tvvv",
         SD_BUS_PARAM(client) SD_BUS_PARAM(handle) SD_BUS_PARAM(creator) SD_BUS_PARAM(error),
         &Daemon::onConnect, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("Release", "t", SD_BUS_PARAM(client), "", , &Daemon::onRelease,
+    SD_BUS_METHOD_WITH_NAMES("Release", "t", SD_BUS_PARAM(client), "", ,
+                             (&onClientMethod<NoArguments, &Daemon::onRelease>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("Invalidate", "t", SD_BUS_PARAM(client), "", , &Daemon::onInvalidate,
+    SD_BUS_METHOD_WITH_NAMES("Invalidate", "t", SD_BUS_PARAM(client), "", ,
+                             (&onClientMethod<NoArguments, &Daemon::onInvalidate>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("EvaluatePolicy", "txv",
-                             SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options), "vv",
-                             SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluatePolicy,
-                             SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("EvaluateACL", "tvvv",
-                             SD_BUS_PARAM(client) SD_BUS_PARAM(acl) SD_BUS_PARAM(operation)
-                                 SD_BUS_PARAM(options),
-                             "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error), &Daemon::onEvaluateACL,
-                             SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES(
+        "EvaluatePolicy", "txv", SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options),
+        "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error),
+        (&onClientMethod<PolicyArguments, &Daemon::onEvaluatePolicy>), SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES(
+        "EvaluateACL", "tvvv",
+        SD_BUS_PARAM(client) SD_BUS_PARAM(acl) SD_BUS_PARAM(operation) SD_BUS_PARAM(options), "vv",
+        SD_BUS_PARAM(result) SD_BUS_PARAM(error),
+        (&onClientMethod<ACLArguments, &Daemon::onEvaluateACL>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("EnterPassword", "tv", SD_BUS_PARAM(client) SD_BUS_PARAM(password),
                              "bv", SD_BUS_PARAM(success) SD_BUS_PARAM(error),
-                             &Daemon::onEnterPassword,
+                             (&onClientMethod<PasswordArguments, &Daemon::onEnterPassword>),
                              SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("FailProcessedEvent", "txv",
                              SD_BUS_PARAM(client) SD_BUS_PARAM(event) SD_BUS_PARAM(failure), "bv",
                              SD_BUS_PARAM(success) SD_BUS_PARAM(error),
-                             &Daemon::onFailProcessedEvent, SD_BUS_VTABLE_UNPRIVILEGED),
+                             (&onClientMethod<FailureArguments, &Daemon::onFailProcessedEvent>),
+                             SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "ttvv",
+                             SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response)
+                                 SD_BUS_PARAM(error),
+                             "", , (&onClientMethod<AnswerArguments, &Daemon::onAnswerEvent>),
+                             SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
-        "AnswerEvent", "ttvv",
-        SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response) SD_BUS_PARAM(error), "", ,
-        &Daemon::onAnswerEvent, SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("EventReturned", "ttis",
-                             SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome)
-                                 SD_BUS_PARAM(exception),
-                             "", , &Daemon::onEventReturned, SD_BUS_VTABLE_UNPRIVILEGED),
+        "EventReturned", "ttis",
+        SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome) SD_BUS_PARAM(exception), "",
+        , (&onClientMethod<ReturnArguments, &Daemon::onEventReturned>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("Statistics", "", , "a{st}", SD_BUS_PARAM(counts),
                              &Daemon::onStatistics, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_SIGNAL_WITH_NAMES(
@@ -115,41 +223,25 @@ Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus,
     : loop_(std::move(loop)), bus_(bus), services_(std::move(services)), limits_(limits) {}
 
 Daemon::~Daemon() {
+    // Events still waiting in the service's threads return at once.
     for (auto& [id, client] : clients_)
         if (client.relay)
             client.relay->close();
-    for (auto& [id, call] : deferred_)
-        sd_bus_message_unref(call);
-    for (auto& [key, context] : contexts_)
-        sd_event_source_disable_unref(context.idleTimer);
-    sd_bus_slot_unref(objectSlot_);
-    sd_bus_slot_unref(ownerSlot_);
 }
 
 int Daemon::start() {
     int result =
-        sd_bus_add_object_vtable(bus_, &objectSlot_, objectPath, interfaceName, vtable, this);
+        sd_bus_add_object_vtable(bus_, objectSlot_.put(), objectPath, interfaceName, vtable, this);
     if (result >= 0)
-        result = sd_bus_match_signal(bus_, &ownerSlot_, "org.freedesktop.DBus",
+        result = sd_bus_match_signal(bus_, ownerSlot_.put(), "org.freedesktop.DBus",
                                      "/org/freedesktop/DBus", "org.freedesktop.DBus",
                                      "NameOwnerChanged", &Daemon::onNameOwnerChanged, this);
     return result;
 }
 
-Daemon::Client* Daemon::callersClient(sd_bus_message* call, std::uint64_t id, sd_bus_error* error) {
-    auto found = clients_.find(id);
-    // Another process's client is as unknown as one that never was.
-    if (found == clients_.end() || found->second.owner != sd_bus_message_get_sender(call)) {
-        refuse(error, errorUnknownClient,
-               "No client " + std::to_string(id) + " of this connection");
-        return nullptr;
-    }
-    return &found->second;
-}
-
 std::uint64_t Daemon::defer(sd_bus_message* call) {
     const std::uint64_t number = nextCall_++;
-    deferred_.emplace(number, sd_bus_message_ref(call));
+    deferred_.emplace(number, MessageRef(sd_bus_message_ref(call)));
     return number;
 }
 
@@ -164,39 +256,28 @@ auto Daemon::replyCallback(sd_bus_message* call, Write write, Then then) {
     };
 }
 
+void Daemon::reply(sd_bus_message* call, const ReplyWriter& write) {
+    MessageRef reply;
+    if (sd_bus_message_new_method_return(call, reply.put()) < 0)
+        return;
+    sd_bus_message_sensitive(reply.get());
+    if (ObRef<ObError> failure = write(reply.get(), nullptr)) {
+        // The value that failed left the message unusable.
+        if (sd_bus_message_new_method_return(call, reply.put()) < 0)
+            return;
+        write(reply.get(), failure);
+    }
+    sd_bus_send(bus_, reply.get(), nullptr);
+}
+
 void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
     auto found = deferred_.find(number);
     if (found == deferred_.end())
         return;
-    sd_bus_message* call = found->second;
+    const MessageRef call = std::move(found->second);
     deferred_.erase(found);
-    sd_bus_message* reply = nullptr;
-    if (sd_bus_message_new_method_return(call, &reply) >= 0) {
-        sd_bus_message_sensitive(reply);
-        if (ObRef<ObError> failure = write(reply, nullptr)) {
-            reply = sd_bus_message_unref(reply);
-            if (sd_bus_message_new_method_return(call, &reply) >= 0)
-                write(reply, failure);
-        }
-        if (reply)
-            sd_bus_send(bus_, reply, nullptr);
-    }
-    sd_bus_message_unref(reply);
-    sd_bus_message_unref(call);
+    reply(call.get(), write);
 }
-
-namespace {
-// Connect's reply when no client was made: no client, handle or creator.
-int replyConnectFailure(sd_bus_message* call, const ObRef<ObError>& failure) {
-    sd_bus_message* reply = nullptr;
-    if (sd_bus_message_new_method_return(call, &reply) >= 0 &&
-        sd_bus_message_append(reply, "t", std::uint64_t(0)) >= 0 && !appendValue(reply, nullptr) &&
-        !appendValue(reply, nullptr) && !appendValue(reply, failure))
-        sd_bus_send(nullptr, reply, nullptr);
-    sd_bus_message_unref(reply);
-    return 1;
-}
-} // namespace
 
 int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
@@ -207,21 +288,18 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     if (int result = sd_bus_message_read(call, "b", &hasDelegate); result < 0)
         return result;
 
-    sd_bus_creds* creds = nullptr;
+    CredsRef creds;
     uid_t uid = 0;
     const char* comm = nullptr;
     int result = sd_bus_query_sender_creds(
         call, SD_BUS_CREDS_UID | SD_BUS_CREDS_EUID | SD_BUS_CREDS_COMM | SD_BUS_CREDS_AUGMENT,
-        &creds);
-    if (result >= 0 && sd_bus_creds_get_euid(creds, &uid) < 0)
-        result = sd_bus_creds_get_uid(creds, &uid);
-    if (result < 0) {
-        sd_bus_creds_unref(creds);
+        creds.put());
+    if (result >= 0 && sd_bus_creds_get_euid(creds.get(), &uid) < 0)
+        result = sd_bus_creds_get_uid(creds.get(), &uid);
+    if (result < 0)
         return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
-    }
     const ObRef<ObString> creator =
-        ObString::make(sd_bus_creds_get_comm(creds, &comm) >= 0 ? comm : "unknown");
-    sd_bus_creds_unref(creds);
+        ObString::make(sd_bus_creds_get_comm(creds.get(), &comm) >= 0 ? comm : "unknown");
 
     const std::string owner = sd_bus_message_get_sender(call);
     auto& ownersClients = self.clientsByOwner_[owner];
@@ -232,11 +310,12 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     if (handle) {
         auto found = self.contexts_.find(keyOf(*handle));
         // Another user's context is as unknown as one that never was.
-        if (found == self.contexts_.end() || found->second.uid != uid)
-            return replyConnectFailure(
-                call, ObError::make(KVErrorDomain, KVErrorInvalidContext,
-                                    ObDictionary::make(
-                                        {{ObLocalizedDescriptionKey, &unknownHandleMessage}})));
+        if (found == self.contexts_.end() || found->second.uid != uid) {
+            self.reply(
+                call, connectWriter(0, nullptr, nullptr,
+                                    detail::kvError(KVErrorInvalidContext, &unknownHandleMessage)));
+            return 1;
+        }
     } else {
         std::size_t owned = 0;
         for (const auto& [key, context] : self.contexts_)
@@ -249,9 +328,10 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
 
     ObRef<ObError> noService;
     const ObRef<KVClientBackend> service = self.services_->forUser(uid, noService);
-    if (!service)
-        return replyConnectFailure(call, noService);
-
+    if (!service) {
+        self.reply(call, connectWriter(0, nullptr, nullptr, noService));
+        return 1;
+    }
     ObRef<RelayDelegate> relay;
     auto clientId = std::make_shared<std::uint64_t>(0);
     if (hasDelegate) {
@@ -281,21 +361,16 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
                                     const ObRef<ObString>& creator,
                                     const ObRef<RelayDelegate>& relay,
                                     const ObRef<KVClient>& client, const ObRef<ObError>& failure) {
-    auto ownersClients = clientsByOwner_.find(owner);
-    if (client && ownersClients == clientsByOwner_.end()) {
+    const bool processGone = !clientsByOwner_.count(owner);
+    if (client && processGone) {
         // The process went while the service made its client: nothing stays.
         if (!contexts_.count(keyOf(*client->externalizedContext())))
             client->invalidate();
         if (relay)
             relay->close();
     }
-    if (!client || ownersClients == clientsByOwner_.end()) {
-        replyLater(number, [failure](sd_bus_message* reply, const ObRef<ObError>& problem) {
-            sd_bus_message_append(reply, "t", std::uint64_t(0));
-            appendValue(reply, nullptr);
-            appendValue(reply, nullptr);
-            return appendValue(reply, problem ? problem : failure);
-        });
+    if (!client || processGone) {
+        replyLater(number, connectWriter(0, nullptr, nullptr, failure));
         return 0;
     }
     const ObRef<ObData> handle = client->externalizedContext();
@@ -307,53 +382,80 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
         context.handle = handle;
         context.creator = creator;
     }
-    ++context.clients;
-    context.idleTimer = sd_event_source_disable_unref(context.idleTimer);
-    std::uint64_t id = randomIdentifier();
-    while (clients_.count(id))
-        id = randomIdentifier();
-    clients_.emplace(id, Client{owner, key, client, relay, 0, false});
-    ownersClients->second.insert(id);
-    replyLater(number, [id, handle, creator = context.creator](sd_bus_message* reply,
-                                                               const ObRef<ObError>& problem) {
-        sd_bus_message_append(reply, "t", problem ? std::uint64_t(0) : id);
-        appendValue(reply, problem ? nullptr : ObRef<ObObject>(handle));
-        appendValue(reply, problem ? nullptr : ObRef<ObObject>(creator));
-        return appendValue(reply, problem);
-    });
+    const std::uint64_t id = admit(owner, key, context, client, relay);
+    replyLater(number, connectWriter(id, handle, context.creator, nullptr));
     return id;
 }
 
 void Daemon::sendEvent(const std::string& owner, std::uint64_t client, std::uint64_t serial,
                        ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay) {
-    sd_bus_message* signal = nullptr;
+    MessageRef signal;
     ObRef<ObError> failure;
-    int result = sd_bus_message_new_signal(bus_, &signal, objectPath, interfaceName, "Event");
+    int result = sd_bus_message_new_signal(bus_, signal.put(), objectPath, interfaceName, "Event");
     if (result >= 0)
-        result = sd_bus_message_set_destination(signal, owner.c_str());
+        result = sd_bus_message_set_destination(signal.get(), owner.c_str());
     if (result >= 0)
-        result = sd_bus_message_append(signal, "ttx", client, serial, std::int64_t(event));
-    if (result >= 0 && !(failure = appendValue(signal, params)))
-        result = sd_bus_send(bus_, signal, nullptr);
-    sd_bus_message_unref(signal);
+        result = sd_bus_message_append(signal.get(), "ttx", client, serial, std::int64_t(event));
+    if (result >= 0 && !(failure = appendValue(signal.get(), params)))
+        result = sd_bus_send(bus_, signal.get(), nullptr);
     // An event that cannot reach the client fails as a delegate that threw.
-    if (failure)
+    if (failure || result < 0)
         relay.returned(serial, EventOutcome::threwException,
-                       std::string(failure->localizedDescription()->text()));
-    else if (result < 0)
-        relay.returned(serial, EventOutcome::threwException,
-                       "The event could not be sent to the client process.");
+                       failure ? std::string(failure->localizedDescription()->text())
+                               : "The event could not be sent to the client process.");
 }
 
-int Daemon::onRelease(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
-        return result;
-    if (!self.callersClient(call, id, error))
-        return -EINVAL;
-    self.release(id);
-    return sd_bus_reply_method_return(call, "");
+// Client states.
+
+std::uint64_t Daemon::admit(const std::string& owner, const std::string& key, Context& context,
+                            const ObRef<KVClient>& client, const ObRef<RelayDelegate>& relay) {
+    ++context.clients;
+    context.idleTimer.reset();
+    std::uint64_t id = randomIdentifier();
+    while (clients_.count(id))
+        id = randomIdentifier();
+    clients_.emplace(id, Client{owner, key, client, relay});
+    clientsByOwner_[owner].insert(id);
+    return id;
+}
+
+void Daemon::startEvaluation(Client& client) {
+    ++client.evaluations;
+    if (client.state == ClientState::connected)
+        client.state = ClientState::evaluating;
+}
+
+void Daemon::endEvaluation(std::uint64_t id) {
+    auto found = clients_.find(id);
+    if (found == clients_.end())
+        return;
+    Client& client = found->second;
+    if (--client.evaluations > 0)
+        return;
+    if (client.state == ClientState::gone)
+        release(id);
+    else
+        client.state = ClientState::connected;
+}
+
+void Daemon::ownerGone(std::uint64_t id) {
+    Client& client = clients_.at(id);
+    if (client.state != ClientState::evaluating) {
+        release(id);
+        return;
+    }
+    // Its evaluations end as if the process had stopped them.
+    std::set<ObInteger> events =
+        client.relay ? client.relay->raisedEvents() : std::set<ObInteger>{};
+    events.insert(2); // the passcode event, raised or not
+    for (ObInteger event : events)
+        client.client->failProcessedEvent_failureError_reply(event, nullptr,
+                                                             [](bool, ObRef<ObError>) {});
+    // Released once the service has replied to its last evaluation, since
+    // until then it holds the context.
+    client.state = ClientState::gone;
+    if (client.relay)
+        client.relay->close();
 }
 
 void Daemon::release(std::uint64_t id) {
@@ -372,10 +474,7 @@ void Daemon::release(std::uint64_t id) {
 }
 
 void Daemon::forgetContext(const std::string& key) {
-    if (auto found = contexts_.find(key); found != contexts_.end()) {
-        sd_event_source_disable_unref(found->second.idleTimer);
-        contexts_.erase(found);
-    }
+    contexts_.erase(key); // and its idle timer with it
 }
 
 namespace {
@@ -391,12 +490,12 @@ void deleteIdleTimer(void* userdata) {
 void Daemon::armIdleTimer(const std::string& key, Context& context) {
     auto* timer = new IdleTimer{this, key};
     const auto usec = std::uint64_t(limits_.idleTime.count()) * 1000000u;
-    if (sd_event_add_time_relative(sd_bus_get_event(bus_), &context.idleTimer, CLOCK_MONOTONIC,
+    if (sd_event_add_time_relative(sd_bus_get_event(bus_), context.idleTimer.put(), CLOCK_MONOTONIC,
                                    usec, 0, &Daemon::onIdle, timer) < 0) {
         delete timer;
         return;
     }
-    sd_event_source_set_destroy_callback(context.idleTimer, &deleteIdleTimer);
+    sd_event_source_set_destroy_callback(context.idleTimer.get(), &deleteIdleTimer);
 }
 
 int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
@@ -419,135 +518,57 @@ int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
     return 0;
 }
 
-int Daemon::onInvalidate(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
-        return result;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    client->client->invalidate();
-    self.forgetContext(client->handleKey);
+int Daemon::onRelease(sd_bus_message* call, std::uint64_t id, Client&, NoArguments&) {
+    release(id);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onEvaluatePolicy(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    std::int64_t policy = 0;
-    ObRef<ObDictionary> options;
-    if (int result = sd_bus_message_read(call, "tx", &id, &policy); result < 0)
-        return result;
-    if (int refused = readArgument(call, options, "The options", "a dictionary", error);
-        refused < 0)
-        return refused;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    ++client->evaluations;
-    Daemon* daemon = &self;
-    client->client->evaluatePolicy_options_reply(
-        ObInteger(policy), options, self.replyCallback(call, outcomeWriter, [daemon, id] {
-            if (auto found = daemon->clients_.find(id); found != daemon->clients_.end())
-                if (--found->second.evaluations == 0 && found->second.gone)
-                    daemon->release(id);
-        }));
-    return 1;
-}
-
-int Daemon::onEvaluateACL(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    ObRef<ObObject> acl, operation;
-    ObRef<ObDictionary> options;
-    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
-        return result;
-    for (ObRef<ObObject>* value : {&acl, &operation})
-        if (int refused = readArgument(call, *value, "The ACL or operation", "a value", error);
-            refused < 0)
-            return refused;
-    if (int refused = readArgument(call, options, "The options", "a dictionary", error);
-        refused < 0)
-        return refused;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    client->client->evaluateACL_operation_options_reply(acl, operation, options,
-                                                        self.replyCallback(call, outcomeWriter));
-    return 1;
-}
-
-int Daemon::onEnterPassword(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    sd_bus_message_sensitive(call);
-    std::uint64_t id = 0;
-    ObRef<ObObject> password;
-    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
-        return result;
-    if (int refused = readArgument(call, password, "The password", "a value", error); refused < 0)
-        return refused;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    client->client->enterPassword_reply(password, self.replyCallback(call, successWriter));
-    return 1;
-}
-
-int Daemon::onFailProcessedEvent(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    std::int64_t event = 0;
-    ObRef<ObObject> failureError;
-    if (int result = sd_bus_message_read(call, "tx", &id, &event); result < 0)
-        return result;
-    if (int refused = readArgument(call, failureError, "The failure", "a value", error);
-        refused < 0)
-        return refused;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    client->client->failProcessedEvent_failureError_reply(ObInteger(event), failureError,
-                                                          self.replyCallback(call, successWriter));
-    return 1;
-}
-
-int Daemon::onAnswerEvent(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    sd_bus_message_sensitive(call);
-    std::uint64_t id = 0, serial = 0;
-    ObRef<ObDictionary> response;
-    ObRef<ObError> failure;
-    if (int result = sd_bus_message_read(call, "tt", &id, &serial); result < 0)
-        return result;
-    if (int refused = readArgument(call, response, "The response", "a dictionary", error);
-        refused < 0)
-        return refused;
-    if (int refused = readArgument(call, failure, "The answer's error", "an error", error);
-        refused < 0)
-        return refused;
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    if (client->relay)
-        client->relay->answer(serial, response, failure);
+int Daemon::onInvalidate(sd_bus_message* call, std::uint64_t, Client& client, NoArguments&) {
+    client.client->invalidate();
+    forgetContext(client.handleKey);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onEventReturned(sd_bus_message* call, void* userdata, sd_bus_error* error) {
-    auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0, serial = 0;
-    std::int32_t outcome = 0;
-    const char* text = nullptr;
-    if (int result = sd_bus_message_read(call, "ttis", &id, &serial, &outcome, &text); result < 0)
-        return result;
-    if (outcome < 0 || outcome > int(EventOutcome::threwOther))
-        return refuse(error, errorInvalidValue, "The outcome must be 0, 1 or 2");
-    Client* client = self.callersClient(call, id, error);
-    if (!client)
-        return -EINVAL;
-    if (client->relay)
-        client->relay->returned(serial, EventOutcome(outcome), text);
+int Daemon::onEvaluatePolicy(sd_bus_message* call, std::uint64_t id, Client& client,
+                             PolicyArguments& arguments) {
+    startEvaluation(client);
+    client.client->evaluatePolicy_options_reply(
+        ObInteger(arguments.policy), arguments.options,
+        replyCallback(call, outcomeWriter, [this, id] { endEvaluation(id); }));
+    return 1;
+}
+
+int Daemon::onEvaluateACL(sd_bus_message* call, std::uint64_t, Client& client,
+                          ACLArguments& arguments) {
+    client.client->evaluateACL_operation_options_reply(
+        arguments.acl, arguments.operation, arguments.options, replyCallback(call, outcomeWriter));
+    return 1;
+}
+
+int Daemon::onEnterPassword(sd_bus_message* call, std::uint64_t, Client& client,
+                            PasswordArguments& arguments) {
+    client.client->enterPassword_reply(arguments.password, replyCallback(call, successWriter));
+    return 1;
+}
+
+int Daemon::onFailProcessedEvent(sd_bus_message* call, std::uint64_t, Client& client,
+                                 FailureArguments& arguments) {
+    client.client->failProcessedEvent_failureError_reply(
+        ObInteger(arguments.event), arguments.failure, replyCallback(call, successWriter));
+    return 1;
+}
+
+int Daemon::onAnswerEvent(sd_bus_message* call, std::uint64_t, Client& client,
+                          AnswerArguments& arguments) {
+    if (client.relay)
+        client.relay->answer(arguments.serial, arguments.response, arguments.error);
+    return sd_bus_reply_method_return(call, "");
+}
+
+int Daemon::onEventReturned(sd_bus_message* call, std::uint64_t, Client& client,
+                            ReturnArguments& arguments) {
+    if (client.relay)
+        client.relay->returned(arguments.serial, EventOutcome(arguments.outcome), arguments.text);
     return sd_bus_reply_method_return(call, "");
 }
 
@@ -559,18 +580,11 @@ int Daemon::onStatistics(sd_bus_message* call, void* userdata, sd_bus_error*) {
         if (client.relay)
             events += client.relay->pendingCount();
     }
-    sd_bus_message* reply = nullptr;
-    int result = sd_bus_message_new_method_return(call, &reply);
-    if (result >= 0)
-        result = sd_bus_message_append(
-            reply, "a{st}", 6, "contexts", std::uint64_t(self.contexts_.size()), "clients",
-            std::uint64_t(self.clients_.size()), "connections",
-            std::uint64_t(self.clientsByOwner_.size()), "calls",
-            std::uint64_t(self.deferred_.size()), "evaluations", evaluations, "events", events);
-    if (result >= 0)
-        result = sd_bus_send(nullptr, reply, nullptr);
-    sd_bus_message_unref(reply);
-    return result;
+    return sd_bus_reply_method_return(
+        call, "a{st}", 6, "contexts", std::uint64_t(self.contexts_.size()), "clients",
+        std::uint64_t(self.clients_.size()), "connections",
+        std::uint64_t(self.clientsByOwner_.size()), "calls", std::uint64_t(self.deferred_.size()),
+        "evaluations", evaluations, "events", events);
 }
 
 int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_error*) {
@@ -584,32 +598,11 @@ int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_er
     const std::set<std::uint64_t> ids = std::move(found->second);
     self.clientsByOwner_.erase(found);
     // Replies it waits for would go nowhere.
-    for (auto call = self.deferred_.begin(); call != self.deferred_.end();) {
-        if (std::string_view(sd_bus_message_get_sender(call->second)) == name) {
-            sd_bus_message_unref(call->second);
-            call = self.deferred_.erase(call);
-        } else {
-            ++call;
-        }
-    }
-    for (std::uint64_t id : ids) {
-        Client& client = self.clients_.at(id);
-        // Its evaluations end as if the process had stopped them.
-        if (client.evaluations > 0) {
-            std::set<ObInteger> events =
-                client.relay ? client.relay->raisedEvents() : std::set<ObInteger>{};
-            events.insert(2); // the passcode event, raised or not
-            for (ObInteger event : events)
-                client.client->failProcessedEvent_failureError_reply(event, nullptr,
-                                                                     [](bool, ObRef<ObError>) {});
-            // Released once the service has replied to its last evaluation.
-            client.gone = true;
-            if (client.relay)
-                client.relay->close();
-            continue;
-        }
-        self.release(id);
-    }
+    std::erase_if(self.deferred_, [name](const auto& call) {
+        return std::string_view(sd_bus_message_get_sender(call.second.get())) == name;
+    });
+    for (std::uint64_t id : ids)
+        self.ownerGone(id);
     return 0;
 }
 } // namespace tessiva::daemon

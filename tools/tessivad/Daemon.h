@@ -7,6 +7,7 @@
 #include "HostedService.h"
 #include "RelayDelegate.h"
 #include "services/dbus/EventLoop.h"
+#include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVClient.h"
 
 #include <chrono>
@@ -45,44 +46,62 @@ public:
     int start();
 
 private:
+    // A client's life: connected; evaluating while the service evaluates a
+    // policy for it; gone once its process has left but an evaluation still
+    // holds the context, until the last one ends. Only the functions under
+    // "Client states" in Daemon.cpp move a client from one state to another.
+    enum class ClientState { connected, evaluating, gone };
     struct Client {
         std::string owner; // the unique bus name of the process
         std::string handleKey;
         ObRef<KVClient> client;
         ObRef<RelayDelegate> relay; // absent without a delegate
-        std::size_t evaluations = 0;
-        // Its process has gone; it stays until its evaluations have ended in
-        // the service, since until then they still hold the context.
-        bool gone = false;
+        ClientState state = ClientState::connected;
+        std::size_t evaluations = 0; // policy evaluations the service has not ended
     };
     struct Context {
         uid_t uid = 0; // its service is services_->forUser(uid)
         ObRef<ObData> handle;
         ObRef<ObString> creator;
         std::size_t clients = 0;
-        sd_event_source* idleTimer = nullptr;
+        detail::bus::DisabledSourceRef idleTimer; // armed while it has no client
     };
+
+    // Each method's arguments after the client's number, and how they are read.
+    struct NoArguments;
+    struct PolicyArguments;
+    struct ACLArguments;
+    struct PasswordArguments;
+    struct FailureArguments;
+    struct AnswerArguments;
+    struct ReturnArguments;
+    // A method on one of the caller's clients, as an sd-bus callback: reads
+    // the client's number, then the method's arguments, then checks that the
+    // caller owns the client (UnknownClient otherwise) before running it.
+    template <class Arguments,
+              int (Daemon::*method)(sd_bus_message*, std::uint64_t, Client&, Arguments&)>
+    static int onClientMethod(sd_bus_message* call, void* userdata, sd_bus_error* error);
 
     static const sd_bus_vtable vtable[];
     static int onConnect(sd_bus_message*, void*, sd_bus_error*);
-    static int onRelease(sd_bus_message*, void*, sd_bus_error*);
-    static int onInvalidate(sd_bus_message*, void*, sd_bus_error*);
-    static int onEvaluatePolicy(sd_bus_message*, void*, sd_bus_error*);
-    static int onEvaluateACL(sd_bus_message*, void*, sd_bus_error*);
-    static int onEnterPassword(sd_bus_message*, void*, sd_bus_error*);
-    static int onFailProcessedEvent(sd_bus_message*, void*, sd_bus_error*);
-    static int onAnswerEvent(sd_bus_message*, void*, sd_bus_error*);
-    static int onEventReturned(sd_bus_message*, void*, sd_bus_error*);
     static int onStatistics(sd_bus_message*, void*, sd_bus_error*);
     static int onNameOwnerChanged(sd_bus_message*, void*, sd_bus_error*);
     static int onIdle(sd_event_source*, uint64_t, void*);
+    int onRelease(sd_bus_message*, std::uint64_t id, Client&, NoArguments&);
+    int onInvalidate(sd_bus_message*, std::uint64_t id, Client&, NoArguments&);
+    int onEvaluatePolicy(sd_bus_message*, std::uint64_t id, Client&, PolicyArguments&);
+    int onEvaluateACL(sd_bus_message*, std::uint64_t id, Client&, ACLArguments&);
+    int onEnterPassword(sd_bus_message*, std::uint64_t id, Client&, PasswordArguments&);
+    int onFailProcessedEvent(sd_bus_message*, std::uint64_t id, Client&, FailureArguments&);
+    int onAnswerEvent(sd_bus_message*, std::uint64_t id, Client&, AnswerArguments&);
+    int onEventReturned(sd_bus_message*, std::uint64_t id, Client&, ReturnArguments&);
 
-    // The caller's client, or null with an UnknownClient error set.
-    Client* callersClient(sd_bus_message* call, std::uint64_t id, sd_bus_error* error);
     // Keeps the call for a reply that comes later; its number.
     std::uint64_t defer(sd_bus_message* call);
-    // Replies to a deferred call with what `write` appends; when that fails
-    // to encode a value, once more with the failure to report instead.
+    // Replies to the call with what `write` appends; when that fails to
+    // encode a value, once more with the failure to report instead.
+    void reply(sd_bus_message* call, const ReplyWriter& write);
+    // The same for a deferred call, unless its caller has gone.
     void replyLater(std::uint64_t call, const ReplyWriter& write);
     // Defers the call, and makes the callback for the service's reply to it:
     // on the loop's thread, it replies with what `write` makes of the
@@ -96,20 +115,33 @@ private:
                                 const ObRef<KVClient>& client, const ObRef<ObError>& failure);
     void sendEvent(const std::string& owner, std::uint64_t client, std::uint64_t serial,
                    ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay);
+
+    // Client states.
+    // A new client of the owner on the context, connected; its number.
+    std::uint64_t admit(const std::string& owner, const std::string& key, Context& context,
+                        const ObRef<KVClient>& client, const ObRef<RelayDelegate>& relay);
+    // A policy evaluation starts or ends for the client.
+    void startEvaluation(Client& client);
+    void endEvaluation(std::uint64_t id);
+    // The client's process has left the bus.
+    void ownerGone(std::uint64_t id);
+    // The client goes for good, and the context idles once it has no client.
     void release(std::uint64_t id);
+
     void forgetContext(const std::string& key);
     void armIdleTimer(const std::string& key, Context& context);
 
     const std::shared_ptr<detail::bus::EventLoop> loop_;
-    sd_bus* bus_;
+    sd_bus* bus_; // owned by the caller, which keeps it open while the daemon lives
     const std::unique_ptr<HostedServices> services_;
     const DaemonLimits limits_;
-    sd_bus_slot* objectSlot_ = nullptr;
-    sd_bus_slot* ownerSlot_ = nullptr;
+    detail::bus::SlotRef objectSlot_;
+    detail::bus::SlotRef ownerSlot_;
     std::unordered_map<std::uint64_t, Client> clients_;
     std::unordered_map<std::string, Context> contexts_;
+    // Every connection that called Connect, with its clients that are not gone.
     std::unordered_map<std::string, std::set<std::uint64_t>> clientsByOwner_;
-    std::map<std::uint64_t, sd_bus_message*> deferred_;
+    std::map<std::uint64_t, detail::bus::MessageRef> deferred_;
     std::uint64_t nextCall_ = 1;
 };
 } // namespace tessiva::daemon

@@ -2,6 +2,7 @@
 // processes on D-Bus under org.tessiva.Authentication1.
 #include "Daemon.h"
 #include "HostedService.h"
+#include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
 
 #include <csignal>
@@ -35,8 +36,7 @@ constexpr char usage[] =
     "SIGTERM or SIGINT, or when the bus goes. Exit status: 0 ended, 1 failed, 2 bad usage.\n";
 
 struct Options {
-    enum class Bus { session, system, address } bus = Bus::session;
-    std::string address;
+    tessiva::detail::bus::BusAddress bus;
     tessiva::daemon::HostedServiceOptions service;
     tessiva::daemon::DaemonLimits limits;
 };
@@ -71,12 +71,12 @@ int main(int argc, char** argv) {
             std::fputs(usage, stdout);
             return 0;
         } else if (argument == "--session") {
-            options.bus = Options::Bus::session;
+            options.bus.kind = tessiva::detail::bus::BusAddress::Kind::session;
         } else if (argument == "--system") {
-            options.bus = Options::Bus::system;
+            options.bus.kind = tessiva::detail::bus::BusAddress::Kind::system;
         } else if (argument == "--address" && hasValue) {
-            options.bus = Options::Bus::address;
-            options.address = argv[++i];
+            options.bus.kind = tessiva::detail::bus::BusAddress::Kind::address;
+            options.bus.address = argv[++i];
         } else if (argument == "--service" && hasValue) {
             options.service.name = argv[++i];
         } else if (argument == "--pam-service" && hasValue) {
@@ -108,40 +108,21 @@ int main(int argc, char** argv) {
     // Shared with replies the service may give after the daemon has gone.
     const auto shared = std::make_shared<tessiva::detail::bus::EventLoop>();
     tessiva::detail::bus::EventLoop& loop = *shared;
-    sd_bus* bus = nullptr;
-    int result = loop.usable() ? 0 : -ENOMEM;
-    if (result >= 0 && options.bus == Options::Bus::address) {
-        result = sd_bus_new(&bus);
-        if (result >= 0)
-            result = sd_bus_set_address(bus, options.address.c_str());
-        if (result >= 0)
-            result = sd_bus_set_bus_client(bus, 1);
-        if (result >= 0)
-            result = sd_bus_start(bus);
-    } else if (result >= 0) {
-        result =
-            options.bus == Options::Bus::system ? sd_bus_open_system(&bus) : sd_bus_open_user(&bus);
-    }
-    if (result < 0)
+    tessiva::detail::bus::BusRef bus;
+    if (int result = tessiva::detail::bus::connectToBus(options.bus, &loop, bus); result < 0)
         return fail("cannot connect to the bus", result);
-    int exitCode = 0;
-    {
-        tessiva::daemon::Daemon daemon(shared, bus, std::move(services), options.limits);
-        if ((result = daemon.start()) < 0 ||
-            (result = sd_bus_attach_event(bus, loop.event(), 0)) < 0 ||
-            (result = sd_bus_set_exit_on_disconnect(bus, 1)) < 0 ||
-            (result = sd_event_add_signal(loop.event(), nullptr, SIGTERM, nullptr, nullptr)) < 0 ||
-            (result = sd_event_add_signal(loop.event(), nullptr, SIGINT, nullptr, nullptr)) < 0) {
-            exitCode = fail("cannot serve", result);
-        } else if ((result = sd_bus_request_name(bus, tessiva::detail::bus::busName, 0)) < 0) {
-            exitCode = fail("cannot own org.tessiva.Authentication1", result);
-        } else {
-            std::printf("tessivad: ready\n");
-            std::fflush(stdout);
-            result = loop.run();
-            exitCode = result < 0 ? fail("the loop failed", result) : 0;
-        }
-    }
-    sd_bus_flush_close_unref(bus);
-    return exitCode;
+    // The daemon goes before the connection it serves on.
+    tessiva::daemon::Daemon daemon(shared, bus.get(), std::move(services), options.limits);
+    int result = 0;
+    if ((result = daemon.start()) < 0 ||
+        (result = sd_bus_set_exit_on_disconnect(bus.get(), 1)) < 0 ||
+        (result = sd_event_add_signal(loop.event(), nullptr, SIGTERM, nullptr, nullptr)) < 0 ||
+        (result = sd_event_add_signal(loop.event(), nullptr, SIGINT, nullptr, nullptr)) < 0)
+        return fail("cannot serve", result);
+    if ((result = sd_bus_request_name(bus.get(), tessiva::detail::bus::busName, 0)) < 0)
+        return fail("cannot own org.tessiva.Authentication1", result);
+    std::printf("tessivad: ready\n");
+    std::fflush(stdout);
+    result = loop.run();
+    return result < 0 ? fail("the loop failed", result) : 0;
 }

@@ -13,8 +13,7 @@ namespace {
 ObRef<ObError> readOutcome(sd_bus_message* reply, ObRef<ObObject>& result) {
     ObRef<ObObject> error;
     if (!readValue(reply, result).empty() || !readValue(reply, error).empty())
-        return kvError(KVErrorServiceUnavailable,
-                       "The authentication daemon sent a malformed reply.");
+        return malformedReplyError();
     return ob_cast<ObError>(error);
 }
 } // namespace
@@ -94,8 +93,7 @@ void BusClient::requestSuccess(const char* member, const ArgumentWriter& write,
             error = failure;
         else if (sd_bus_message_read(message, "b", &flag) < 0 ||
                  !readValue(message, carried).empty())
-            error = kvError(KVErrorServiceUnavailable,
-                            "The authentication daemon sent a malformed reply.");
+            error = malformedReplyError();
         else
             error = ob_cast<ObError>(carried);
         succeeded = flag != 0 && !error;

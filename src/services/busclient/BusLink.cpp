@@ -2,6 +2,7 @@
 // run on its dispatcher.
 #include "BusLink.h"
 
+#include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
@@ -13,6 +14,15 @@
 #include <future>
 
 namespace tessiva::detail::bus {
+ObRef<ObError> unreachableError(std::string_view why) {
+    return kvError(KVErrorServiceUnavailable,
+                   "The authentication daemon cannot be reached: " + std::string(why));
+}
+
+ObRef<ObError> malformedReplyError() {
+    return kvError(KVErrorServiceUnavailable, "The authentication daemon sent a malformed reply.");
+}
+
 namespace {
 // How a failed call reads to the caller: the daemon's own refusals keep
 // their meaning, anything else means the daemon is out of reach.
@@ -26,8 +36,7 @@ ObRef<ObError> errorFromBus(const sd_bus_error* error) {
     if (sd_bus_error_has_name(error, errorLimitExceeded))
         return kvError(KVErrorServiceUnavailable,
                        "The authentication daemon refused the request: " + message);
-    return kvError(KVErrorServiceUnavailable,
-                   "The authentication daemon cannot be reached: " + message);
+    return unreachableError(message);
 }
 
 struct PendingCall {
@@ -37,13 +46,11 @@ struct PendingCall {
 // Why the value cannot cross the bus, tried on a scratch message so that
 // the real one stays usable; absent when it can.
 ObRef<ObError> encodingError(sd_bus_message* like, const ObRef<ObObject>& value) {
-    sd_bus_message* scratch = nullptr;
-    if (sd_bus_message_new_method_call(sd_bus_message_get_bus(like), &scratch, "a.b", "/", "a.b",
-                                       "c") < 0)
+    MessageRef scratch;
+    if (sd_bus_message_new_method_call(sd_bus_message_get_bus(like), scratch.put(), "a.b", "/",
+                                       "a.b", "c") < 0)
         return nullptr;
-    ObRef<ObError> failure = appendValue(scratch, value);
-    sd_bus_message_unref(scratch);
-    return failure;
+    return appendValue(scratch.get(), value);
 }
 
 int onReply(sd_bus_message* reply, void* userdata, sd_bus_error*) {
@@ -64,27 +71,16 @@ void deletePendingCall(void* userdata) {
 std::shared_ptr<BusLink> BusLink::open(const std::string& address, bool system,
                                        std::string& problem) {
     std::shared_ptr<BusLink> link(new BusLink());
-    int result = -ENOMEM;
-    if (link->loop_.usable()) {
-        if (!address.empty()) {
-            result = sd_bus_new(&link->bus_);
-            if (result >= 0)
-                result = sd_bus_set_address(link->bus_, address.c_str());
-            if (result >= 0)
-                result = sd_bus_set_bus_client(link->bus_, 1);
-            if (result >= 0)
-                result = sd_bus_start(link->bus_);
-        } else {
-            result = system ? sd_bus_open_system(&link->bus_) : sd_bus_open_user(&link->bus_);
-        }
-    }
+    BusAddress where;
+    where.kind = !address.empty() ? BusAddress::Kind::address
+                 : system         ? BusAddress::Kind::system
+                                  : BusAddress::Kind::session;
+    where.address = address;
+    int result = connectToBus(where, &link->loop_, link->bus_);
     if (result >= 0)
-        result = sd_bus_add_filter(link->bus_, nullptr, &BusLink::onMessage, link.get());
-    if (result >= 0)
-        result = sd_bus_attach_event(link->bus_, link->loop_.event(), 0);
+        result = sd_bus_add_filter(link->bus_.get(), nullptr, &BusLink::onMessage, link.get());
     if (result < 0) {
         problem = std::strerror(-result);
-        link->bus_ = sd_bus_flush_close_unref(link->bus_);
         return nullptr;
     }
     link->thread_ = std::thread(&BusLink::runLoop, link.get());
@@ -100,7 +96,7 @@ BusLink::~BusLink() {
 void BusLink::runLoop() {
     loop_.run();
     // Release requests and answers still queued go out before the close.
-    bus_ = sd_bus_flush_close_unref(bus_);
+    bus_.reset();
 }
 
 void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, bool forever) {
@@ -125,42 +121,40 @@ void BusLink::send(const char* member, ArgumentWriter write) {
 
 void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyReader read,
                       bool forever) {
-    sd_bus_message* message = nullptr;
-    int result =
-        sd_bus_message_new_method_call(bus_, &message, busName, objectPath, interfaceName, member);
+    MessageRef message;
+    int result = sd_bus_message_new_method_call(bus_.get(), message.put(), busName, objectPath,
+                                                interfaceName, member);
     ObRef<ObError> failure;
     // Passcodes and answers cross in these; sd-bus wipes them when freed.
     if (result >= 0)
-        sd_bus_message_sensitive(message);
+        sd_bus_message_sensitive(message.get());
     if (result >= 0 && write)
-        failure = write(message);
+        failure = write(message.get());
     if (result >= 0 && !failure) {
         if (!read) {
-            sd_bus_message_set_expect_reply(message, 0);
-            result = sd_bus_send(bus_, message, nullptr);
+            sd_bus_message_set_expect_reply(message.get(), 0);
+            result = sd_bus_send(bus_.get(), message.get(), nullptr);
         } else {
-            sd_bus_slot* slot = nullptr;
+            // The slot floats: sd-bus frees it, and the pending call with
+            // it, once the reply has come or the connection has closed.
+            SlotRef slot;
             auto* pending = new PendingCall{read};
-            result = sd_bus_call_async(bus_, &slot, message, &onReply, pending,
+            result = sd_bus_call_async(bus_.get(), slot.put(), message.get(), &onReply, pending,
                                        forever ? UINT64_MAX : 0);
             if (result >= 0) {
-                sd_bus_slot_set_destroy_callback(slot, &deletePendingCall);
-                sd_bus_slot_set_floating(slot, 1);
-                sd_bus_slot_unref(slot);
+                sd_bus_slot_set_destroy_callback(slot.get(), &deletePendingCall);
+                sd_bus_slot_set_floating(slot.get(), 1);
             } else {
                 delete pending;
             }
         }
     }
-    sd_bus_message_unref(message);
     if (!read)
         return;
     if (failure)
         read(nullptr, failure);
     else if (result < 0)
-        read(nullptr, kvError(KVErrorServiceUnavailable,
-                              std::string("The authentication daemon cannot be reached: ") +
-                                  std::strerror(-result)));
+        read(nullptr, unreachableError(std::strerror(-result)));
 }
 
 void BusLink::addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate) {

@@ -5,6 +5,7 @@
 #include "platform/brindle/KVErrors.h"
 #include "services/dbus/Dispatcher.h"
 #include "services/dbus/EventLoop.h"
+#include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <systemd/sd-bus.h>
 
 namespace tessiva::detail::bus {
@@ -20,6 +22,11 @@ using ArgumentWriter = std::function<ObRef<ObError>(sd_bus_message*)>;
 // Reads a reply on the loop's thread; `failure` is set instead when the call
 // failed (argument, bus or daemon error) and `reply` is then null.
 using ReplyReader = std::function<void(sd_bus_message* reply, ObRef<ObError> failure)>;
+
+// The client side's errors for a daemon that cannot be reached (with why),
+// and for a reply that is not what the interface says.
+ObRef<ObError> unreachableError(std::string_view why);
+ObRef<ObError> malformedReplyError();
 
 class BusLink : public std::enable_shared_from_this<BusLink> {
 public:
@@ -55,7 +62,7 @@ private:
     void sendNow(const char* member, const ArgumentWriter& write, ReplyReader read, bool forever);
 
     EventLoop loop_;
-    sd_bus* bus_ = nullptr;
+    BusRef bus_;
     std::string daemonName_;
     std::atomic<bool> connected_{true};
     std::mutex delegatesMutex_;

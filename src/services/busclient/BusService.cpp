@@ -21,8 +21,7 @@ void BusService::clientWithExternalizedContext_uiDelegate_reply(
     std::string problem;
     std::shared_ptr<BusLink> connection = link(problem);
     if (!connection) {
-        reply(nullptr, kvError(KVErrorServiceUnavailable,
-                               "The authentication daemon cannot be reached: " + problem));
+        reply(nullptr, unreachableError(problem));
         return;
     }
     ObRef<KVClient> client;
@@ -44,8 +43,7 @@ void BusService::clientWithExternalizedContext_uiDelegate_reply(
                        !readValue(message, handle).empty() ||
                        !readValue(message, creator).empty() ||
                        !readValue(message, carried).empty()) {
-                error = kvError(KVErrorServiceUnavailable,
-                                "The authentication daemon sent a malformed reply.");
+                error = malformedReplyError();
             } else if (!(error = ob_cast<ObError>(carried))) {
                 // Registered on the loop's thread, before any event can come.
                 if (uiDelegate)

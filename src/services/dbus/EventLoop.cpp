@@ -7,15 +7,17 @@
 namespace tessiva::detail::bus {
 EventLoop::EventLoop() {
     wakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeup_ < 0 || sd_event_new(&event_) < 0)
+    if (wakeup_ < 0 || sd_event_new(event_.put()) < 0)
         return;
-    if (sd_event_add_io(event_, &wakeupSource_, wakeup_, EPOLLIN, &EventLoop::onWakeup, this) < 0)
-        event_ = sd_event_unref(event_);
+    if (sd_event_add_io(event_.get(), wakeupSource_.put(), wakeup_, EPOLLIN, &EventLoop::onWakeup,
+                        this) < 0)
+        event_.reset();
 }
 
 EventLoop::~EventLoop() {
-    sd_event_source_unref(wakeupSource_);
-    sd_event_unref(event_);
+    // The source leaves the loop's epoll set before its descriptor closes.
+    wakeupSource_.reset();
+    event_.reset();
     if (wakeup_ >= 0)
         close(wakeup_);
 }
@@ -40,7 +42,7 @@ void EventLoop::stop() {
 
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
-    int result = sd_event_loop(event_);
+    int result = sd_event_loop(event_.get());
     std::lock_guard lock(mutex_);
     tasks_.clear();
     return result;
@@ -55,7 +57,7 @@ int EventLoop::onWakeup(sd_event_source*, int fd, uint32_t, void* self) {
         {
             std::lock_guard lock(loop.mutex_);
             if (loop.tasks_.empty())
-                return loop.stopping_ ? sd_event_exit(loop.event_, 0) : 0;
+                return loop.stopping_ ? sd_event_exit(loop.event_.get(), 0) : 0;
             task = std::move(loop.tasks_.front());
             loop.tasks_.pop_front();
         }

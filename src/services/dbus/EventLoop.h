@@ -3,11 +3,12 @@
 // connection goes through its loop.
 #pragma once
 
+#include "services/dbus/SdBus.h"
+
 #include <atomic>
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <systemd/sd-event.h>
 #include <thread>
 
 namespace tessiva::detail::bus {
@@ -18,9 +19,9 @@ public:
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
-    sd_event* event() const noexcept { return event_; }
+    sd_event* event() const noexcept { return event_.get(); }
     // False when the loop could not be made (no memory, no descriptors).
-    bool usable() const noexcept { return event_ != nullptr && wakeup_ >= 0; }
+    bool usable() const noexcept { return event_ && wakeup_ >= 0; }
 
     // Runs the task on the loop's thread, in the order posted; tasks posted
     // before stop() still run. Safe from any thread.
@@ -34,8 +35,8 @@ public:
 private:
     static int onWakeup(sd_event_source* source, int fd, uint32_t events, void* self);
 
-    sd_event* event_ = nullptr;
-    sd_event_source* wakeupSource_ = nullptr;
+    EventRef event_;
+    EventSourceRef wakeupSource_;
     int wakeup_ = -1;
     std::mutex mutex_;
     std::deque<std::function<void()>> tasks_;
