@@ -36,7 +36,7 @@ function(tessiva_shared_library target)
     target_link_options(${target} PRIVATE "LINKER:--version-script=${arg_VERSION_SCRIPT}")
     # Every symbol must resolve inside the library, except under clang's
     # sanitizers, whose runtime only the executable carries.
-    if(NOT (CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize"))
+    if(NOT (CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND TESSIVA_SANITIZE))
         target_link_options(${target} PRIVATE "LINKER:--no-undefined")
     endif()
     string(REGEX REPLACE "_API$" "" base_name ${arg_MACRO})

@@ -3,6 +3,10 @@
 # invents (in GoogleTest and std::function), not faults in the code.
 add_library(tessiva_warnings INTERFACE)
 target_compile_options(tessiva_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Werror
+    -Wall -Wextra -Wpedantic
     -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
     -Woverloaded-virtual -Wimplicit-fallthrough)
+# Errors only in Tessiva's own builds (TESSIVA_WARNINGS_AS_ERRORS).
+if(TESSIVA_WARNINGS_AS_ERRORS)
+    target_compile_options(tessiva_warnings INTERFACE -Werror)
+endif()

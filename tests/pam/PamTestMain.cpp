@@ -50,9 +50,13 @@ int runWithPamWrapper(char** argv) {
     setenv("TESSIVA_PAM_SERVICE", pamService, 1);
     setenv("TESSIVA_PAM_USER", pamUser, 1);
 
+    // The file /proc/self/exe names rather than the link itself, which under
+    // valgrind is valgrind's own executable (only reading the link is
+    // redirected to the program it runs).
+    const std::string self = fs::read_symlink("/proc/self/exe").string();
     const pid_t child = fork();
     if (child == 0) {
-        execv("/proc/self/exe", argv);
+        execv(self.c_str(), argv);
         _exit(127);
     }
     int status = 0;
