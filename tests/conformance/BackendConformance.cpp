@@ -65,17 +65,15 @@ TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcom
         EXPECT_EQ(outcome(start(client, options, policy)), expected);
         EXPECT_EQ(delegate->events, events);
     };
-    check("a wrong passcode asks again with one attempt fewer",
-          {response(wrong), response(right)}, {asking(3), asking(2), closing}, success, nullptr,
-          1007);
+    check("a wrong passcode asks again with one attempt fewer", {response(wrong), response(right)},
+          {asking(3), asking(2), closing}, success, nullptr, 1007);
     check("an empty answer, and a part of the passcode, are wrong passcodes",
           {response(""), response(right.substr(0, right.size() - 1))},
           {asking(2), asking(1), closing},
           "error -1: Authentication failed: too many wrong passcodes (2).",
           dict({{num(1004), num(2)}}));
     // Each event takes one answer; after the delegate's, enterPassword's is refused.
-    check("the last wrong passcode fails the evaluation",
-          {[&](const KVUIReply& reply) {
+    check("the last wrong passcode fails the evaluation", {[&](const KVUIReply& reply) {
               response(wrong)(reply);
               EXPECT_EQ(enterPassword(client, right),
                         "error -1005: No evaluation is waiting for a passcode.");
@@ -92,16 +90,13 @@ TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcom
     check("a delegate that throws something else fails the evaluation",
           {[](const KVUIReply&) { throw 5; }}, asked,
           "error -1008: The user-interface delegate raised an exception of an unknown type.");
-    check("the delegate's error is the outcome", {[&](const KVUIReply& reply) {
-              reply(nullptr, stop);
-          }},
-          asked, "the caller's error");
+    check("the delegate's error is the outcome",
+          {[&](const KVUIReply& reply) { reply(nullptr, stop); }}, asked, "the caller's error");
 
     // The delegate may call the client from inside the event.
-    check("an event failed with the caller's error ends with it", {[&](const KVUIReply&) {
-              EXPECT_EQ(failEvent(client, 2, stop), "success");
-          }},
-          asked, "the caller's error");
+    check("an event failed with the caller's error ends with it",
+          {[&](const KVUIReply&) { EXPECT_EQ(failEvent(client, 2, stop), "success"); }}, asked,
+          "the caller's error");
     check("an event failed with something else is the application's cancel",
           {[&](const KVUIReply&) {
               EXPECT_EQ(failEvent(client, 2, str("not an error")), "success");

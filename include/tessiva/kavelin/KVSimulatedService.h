@@ -97,7 +97,7 @@ public:
     // With "pam" or "bus" it exists but is not the default backend.
     static ObRef<KVSimulatedService> defaultService();
 
-    // The passcode later evaluations accept; absent restores the default.
+    // The passcode later evaluations accept; absent or empty restores the default.
     // An evaluation already running keeps the passcode it started with.
     virtual void setPasscode(const ObRef<ObString>& passcode) = 0;
     virtual ObRef<ObString> passcode() = 0;
