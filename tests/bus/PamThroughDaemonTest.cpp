@@ -1,12 +1,9 @@
 // tessivad hosting PAM, run under pam_wrapper with a service and password
 // database of the test's own: the conformance suite, and callers of another
 // user.
+#include "DaemonBackend.h"
 #include "PamWrapper.h"
-#include "PrivateBus.h"
-#include "conformance/BackendConformance.h"
-#include "tessiva/kavelin/KVBusService.h"
 
-#include <mutex>
 #include <pwd.h>
 
 namespace tessiva::test {
@@ -52,43 +49,17 @@ private:
     fs::path path_;
 };
 
-// The daemon on a private bus of its own, started on first use, hosting PAM
-// for the user this test runs as.
-class DaemonPam final : public Backend {
+// The daemon hosting PAM for the user this test runs as; the service's
+// directory, a base, is written before the daemon starts.
+class DaemonPam final : private ServiceDirectory, public DaemonBackend {
 public:
-    // Tests connect from several threads at once.
-    ObRef<KVClientBackend> service() override {
-        std::lock_guard lock(mutex_);
-        if (!daemon_) {
-            daemon_ = std::make_unique<DaemonProcess>(
-                bus_.address(),
-                std::vector<std::string>{"--service", "pam", "--pam-service", pamServiceName},
-                directory_.environment());
-            service_ = KVBusService::make(str(bus_.address()));
-        }
-        return service_;
-    }
+    DaemonPam()
+        : DaemonBackend({"--service", "pam", "--pam-service", pamServiceName}, environment()) {}
     std::string rightPasscode() const override { return ownPassword; }
     std::string wrongPasscode() const override { return otherPassword; }
     std::string biometryRefusal() const override {
         return "No PAM service is configured for biometric authentication.";
     }
-    bool keepsIdentity() const override { return false; }
-    // The daemon ends cleanly, its PAM services and their contexts with it
-    // (under the sanitizers, a leak would fail its exit status).
-    void finish() override {
-        if (daemon_) {
-            EXPECT_EQ(daemon_->stop(), 0) << "tessivad's exit status";
-        }
-    }
-    const std::string& address() const { return bus_.address(); }
-
-private:
-    std::mutex mutex_;
-    ServiceDirectory directory_;
-    PrivateBus bus_;
-    std::unique_ptr<DaemonProcess> daemon_;
-    ObRef<KVClientBackend> service_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Pam, BackendConformanceTest,

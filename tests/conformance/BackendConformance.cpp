@@ -36,8 +36,9 @@ TEST_P(BackendConformanceTest, AHandleRestoresItsContextAndNoOtherUntilInvalidat
 
     auto cancelled = start(original);
     restored->invalidate();
-    EXPECT_EQ(outcome(std::move(cancelled)),
-              "error -7: The context was invalidated during the evaluation.");
+    EXPECT_EQ(
+        outcome(std::move(cancelled), "the reply of an evaluation its context's invalidation ends"),
+        "error -7: The context was invalidated during the evaluation.");
     for (const ObRef<KVClient>& client : {original, restored}) {
         const std::string invalidated = "error -1009: The context was invalidated.";
         EXPECT_EQ(outcome(start(client)), invalidated);
@@ -72,7 +73,8 @@ TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcom
           {asking(2), asking(1), closing},
           "error -1: Authentication failed: too many wrong passcodes (2).",
           dict({{num(1004), num(2)}}));
-    // Each event takes one answer; after the delegate's, enterPassword's is refused.
+    // Each event takes one answer; after the delegate's, enterPassword's is
+    // refused.
     check("the last wrong passcode fails the evaluation", {[&](const KVUIReply& reply) {
               response(wrong)(reply);
               EXPECT_EQ(enterPassword(client, right),
@@ -85,11 +87,13 @@ TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcom
     check("a delegate that throws fails the evaluation with what it threw",
           {[](const KVUIReply&) { throw std::runtime_error("Unknown response key: Passcode"); }},
           asked,
-          "error -1008: The user-interface delegate raised an exception: Unknown response key: "
+          "error -1008: The user-interface delegate raised an exception: Unknown "
+          "response key: "
           "Passcode");
     check("a delegate that throws something else fails the evaluation",
           {[](const KVUIReply&) { throw 5; }}, asked,
-          "error -1008: The user-interface delegate raised an exception of an unknown type.");
+          "error -1008: The user-interface delegate raised an exception of an "
+          "unknown type.");
     check("the delegate's error is the outcome",
           {[&](const KVUIReply& reply) { reply(nullptr, stop); }}, asked, "the caller's error");
 
@@ -115,14 +119,15 @@ TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcom
 
     // What it cannot start, it refuses before any event.
     check("a non-interactive evaluation cannot ask", {response(right)}, none,
-          "error -1004: The evaluation needs the user, and user interaction is not allowed.",
+          "error -1004: The evaluation needs the user, and user interaction is "
+          "not allowed.",
           dict({{num(1000), yes}}));
     check("the ridge-scan policy is refused", {response(right)}, none,
           "error -1001: " + backend->biometryRefusal(), nullptr, 1);
-    const std::string timeout =
-        "error -1008: Option 1001 (time-out) must be a positive number of seconds.";
-    const std::string failures =
-        "error -1008: Option 1004 (maximum passcode failures) must be a positive number.";
+    const std::string timeout = "error -1008: Option 1001 (time-out) must be a "
+                                "positive number of seconds.";
+    const std::string failures = "error -1008: Option 1004 (maximum passcode "
+                                 "failures) must be a positive number.";
     check("a time-out that is not a number is refused", {response(right)}, none, timeout,
           dict({{num(1001), str("soon")}}));
     check("a time-out of zero is refused", {response(right)}, none, timeout,

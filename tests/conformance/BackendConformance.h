@@ -10,6 +10,7 @@
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "translation/TranslationTesting.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
@@ -105,18 +106,17 @@ public:
     std::size_t next = 0;
 };
 
-class BackendConformanceTest : public ::testing::TestWithParam<BackendMaker> {
-protected:
-    void SetUp() override { identityKept = backend->keepsIdentity(); }
-    void TearDown() override { backend->finish(); }
-
-    // Requests other than evaluations reply before they return. A client of a
-    // new context, or of the one the handle names; absent on failure, with
-    // the error in `refusal`.
+// Calls on a backend, each reply put into words by describe. Requests other
+// than evaluations reply before they return.
+class ServiceCalls {
+public:
+    virtual ~ServiceCalls() = default;
+    // A client of a new context, or of the one the handle names; absent on
+    // failure, with the error in `refusal`.
     ObRef<KVClient> connect(const ObRef<KVUIDelegate>& delegate = nullptr,
                             const ObRef<ObData>& handle = nullptr) {
         ObRef<KVClient> client;
-        backend->service()->clientWithExternalizedContext_uiDelegate_reply(
+        callee()->clientWithExternalizedContext_uiDelegate_reply(
             handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
                 client = made;
                 if (error) // only then: contexts connect concurrently too
@@ -124,18 +124,25 @@ protected:
             });
         return client;
     }
-    // An evaluation started on the client; it replies on a service thread.
+    // An evaluation started on the client; it replies on a service thread,
+    // once.
     static std::future<std::string> start(const ObRef<KVClient>& client,
                                           const ObRef<ObDictionary>& options = nullptr,
                                           ObInteger policy = 1000) {
         auto promise = std::make_shared<std::promise<std::string>>();
-        client->evaluatePolicy_options_reply(policy, options, [promise](auto result, auto error) {
-            promise->set_value(describe(result, error));
-        });
+        auto replied = std::make_shared<std::atomic<bool>>(false);
+        client->evaluatePolicy_options_reply(policy, options,
+                                             [promise, replied](auto result, auto error) {
+                                                 if (replied->exchange(true))
+                                                     ADD_FAILURE() << "an evaluation replied twice";
+                                                 else
+                                                     promise->set_value(describe(result, error));
+                                             });
         return promise->get_future();
     }
-    static std::string outcome(std::future<std::string>&& evaluation) {
-        return await(std::move(evaluation), "the evaluation's reply");
+    static std::string outcome(std::future<std::string>&& evaluation,
+                               const char* what = "the evaluation's reply") {
+        return await(std::move(evaluation), what);
     }
     // Puts the text of a reply that comes before its request returns.
     static auto into(std::string& text) {
@@ -159,9 +166,21 @@ protected:
         return text;
     }
 
+    std::string refusal;
+
+protected:
+    virtual ObRef<KVClientBackend> callee() = 0;
+};
+
+class BackendConformanceTest : public ::testing::TestWithParam<BackendMaker>,
+                               protected ServiceCalls {
+protected:
+    void SetUp() override { identityKept = backend->keepsIdentity(); }
+    void TearDown() override { backend->finish(); }
+    ObRef<KVClientBackend> callee() override { return backend->service(); }
+
     std::unique_ptr<Backend> backend = GetParam().make();
     const std::string right = backend->rightPasscode(), wrong = backend->wrongPasscode();
-    std::string refusal;
 };
 
 } // namespace tessiva::test
