@@ -41,7 +41,8 @@ TEST_P(BackendConformanceTest, AHandleRestoresItsContextAndNoOtherUntilInvalidat
         "error -7: The context was invalidated during the evaluation.");
     for (const ObRef<KVClient>& client : {original, restored}) {
         const std::string invalidated = "error -1009: The context was invalidated.";
-        EXPECT_EQ(outcome(start(client)), invalidated);
+        EXPECT_EQ(outcome(start(client), "the refusal of an evaluation after invalidation"),
+                  invalidated);
         EXPECT_EQ(enterPassword(client, right), invalidated);
         EXPECT_EQ(failEvent(client, 2, nullptr), invalidated);
         EXPECT_EQ(evaluateACL(client, acl, operation), invalidated);
