@@ -22,9 +22,16 @@
 #include <unistd.h>
 
 namespace {
-using tessiva::test::describe;
 using tessiva::test::hex;
 using tessiva::test::unhex;
+
+// As the conformance suite writes a reply.
+std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error) {
+    if (!error)
+        return std::string(ObFormat("%@", result)->text());
+    return std::string(
+        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
+}
 
 // Answers each active passcode event with the passcode, or never when it is
 // empty; tells the first event to `asked`.

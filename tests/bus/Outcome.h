@@ -1,6 +1,5 @@
-// How the bus tests and their peer process put what they got into words: a
-// call's result as its text form or its error's code and message, and a
-// context's handle as hex digits for a command line, and back.
+// A context's handle as hex digits for a command line, and back, as the bus
+// tests and their peer process pass it.
 #pragma once
 
 #include "tessiva/object/Ob.h"
@@ -9,13 +8,6 @@
 #include <string>
 
 namespace tessiva::test {
-
-inline std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error) {
-    if (!error)
-        return std::string(ObFormat("%@", result)->text());
-    return std::string(
-        ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
-}
 
 inline std::string hex(const ObRef<ObData>& data) {
     std::string text;

@@ -1,22 +1,16 @@
 // tessivad hosting PAM, run under pam_wrapper with a service and password
-// database of the test's own: each caller authenticates as the user the bus
-// reports for it, never as the daemon's user.
-#include "Outcome.h"
+// database of the test's own: the conformance suite, and callers of another
+// user.
+#include "DaemonBackend.h"
 #include "PamWrapper.h"
-#include "PrivateBus.h"
-#include "tessiva/kavelin/KVBusService.h"
-#include "tessiva/object/Ob.h"
 
-#include <future>
-#include <gtest/gtest.h>
-#include <mutex>
 #include <pwd.h>
 
 namespace tessiva::test {
 namespace {
 namespace fs = std::filesystem;
 
-constexpr char service[] = "tessiva-bus-test";
+constexpr char pamServiceName[] = "tessiva-bus-test";
 constexpr uid_t otherUid = 65534;
 constexpr char ownPassword[] = "own secret";
 constexpr char otherPassword[] = "other secret";
@@ -25,33 +19,6 @@ std::string nameOf(uid_t uid) {
     const passwd* entry = getpwuid(uid);
     return entry != nullptr ? entry->pw_name : "";
 }
-
-// Answers every active passcode event with its password, and keeps the
-// attempts left that each one announced.
-class PasswordDelegate final : public KVUIDelegate {
-public:
-    explicit PasswordDelegate(std::string password) : password_(std::move(password)) {}
-    void event_params_reply(ObInteger, const ObRef<ObDictionary>& params,
-                            KVUIReply reply) override {
-        auto active = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(0)));
-        if (!active || !active->boolValue())
-            return;
-        if (auto left = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(5)))) {
-            std::lock_guard lock(mutex_);
-            attemptsLeft_.push_back(left->integerValue());
-        }
-        reply(ObDictionary::make({{ObNumber::make(0), ObString::make(password_)}}), nullptr);
-    }
-    std::vector<ObInteger> attemptsLeft() {
-        std::lock_guard lock(mutex_);
-        return attemptsLeft_;
-    }
-
-private:
-    const std::string password_;
-    std::mutex mutex_;
-    std::vector<ObInteger> attemptsLeft_;
-};
 
 // The PAM service's directory, written before the daemon starts.
 class ServiceDirectory {
@@ -62,11 +29,11 @@ public:
             throw std::runtime_error("mkdtemp failed");
         path_ = pattern;
         const fs::path passdb = path_ / "passdb";
-        writeFile(passdb, nameOf(geteuid()) + ":" + ownPassword + ":" + service + "\n" +
-                              nameOf(otherUid) + ":" + otherPassword + ":" + service + "\n");
+        writeFile(passdb, nameOf(geteuid()) + ":" + ownPassword + ":" + pamServiceName + "\n" +
+                              nameOf(otherUid) + ":" + otherPassword + ":" + pamServiceName + "\n");
         const std::string module =
             std::string(TESSIVA_PAM_MATRIX_MODULE) + " passdb=" + passdb.string();
-        writeFile(path_ / service,
+        writeFile(path_ / pamServiceName,
                   "auth required " + module + "\naccount required " + module + "\n");
     }
     ~ServiceDirectory() { fs::remove_all(path_); }
@@ -82,85 +49,43 @@ private:
     fs::path path_;
 };
 
-class PamThroughDaemonTest : public ::testing::Test {
-protected:
-    // The daemon ends cleanly, its PAM services and their contexts with it
-    // (under the sanitizers, a leak would fail its exit status).
-    void TearDown() override { EXPECT_EQ(daemon.stop(), 0); }
-
-    ObRef<KVClient> connect(const ObRef<ObData>& handle, const ObRef<KVUIDelegate>& delegate) {
-        ObRef<KVClient> client;
-        bus->clientWithExternalizedContext_uiDelegate_reply(
-            handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
-                client = made;
-                refusal = describe(nullptr, error);
-            });
-        return client;
+// The daemon hosting PAM for the user this test runs as; the service's
+// directory, a base, is written before the daemon starts.
+class DaemonPam final : private ServiceDirectory, public DaemonBackend {
+public:
+    DaemonPam()
+        : DaemonBackend({"--service", "pam", "--pam-service", pamServiceName}, environment()) {}
+    std::string rightPasscode() const override { return ownPassword; }
+    std::string wrongPasscode() const override { return otherPassword; }
+    std::string biometryRefusal() const override {
+        return "No PAM service is configured for biometric authentication.";
     }
-    // What one evaluation of policy 1000 with that delegate replies.
-    std::string evaluate(const ObRef<KVUIDelegate>& delegate, ObRef<ObDictionary>* result) {
-        ObRef<KVClient> client = connect(nullptr, delegate);
-        if (!client)
-            return refusal;
-        std::promise<std::string> outcome;
-        client->evaluatePolicy_options_reply(1000, nullptr, [&](auto answer, auto error) {
-            if (result != nullptr)
-                *result = answer;
-            outcome.set_value(describe(answer, error));
-        });
-        std::string text = outcome.get_future().get();
-        client->invalidate();
-        return text;
-    }
-    // bus_peer authenticating as that uid; its one line.
-    std::string authenticateAs(uid_t uid, const char* password) {
-        const std::string id = std::to_string(uid);
-        ChildProcess peer({TESSIVA_SETPRIV, "--reuid=" + id, "--regid=" + id, "--clear-groups",
-                           TESSIVA_BUS_PEER, "authenticate", password},
-                          {"DBUS_SESSION_BUS_ADDRESS=" + privateBus.address()});
-        return peer.readLine();
-    }
-
-    ServiceDirectory directory;
-    PrivateBus privateBus;
-    DaemonProcess daemon{privateBus.address(),
-                         {"--service", "pam", "--pam-service", service},
-                         directory.environment()};
-    ObRef<KVBusService> bus = KVBusService::make(ObString::make(privateBus.address()));
-    std::string refusal;
-    const std::string success = "{1 = 0; 3 = 1; 4 = 0; 5 = 0}";
-    const std::string tooManyWrong =
-        "error -1: Authentication failed: too many wrong passcodes (3).";
 };
 
-TEST_F(PamThroughDaemonTest, TheCallerAuthenticatesAsItsOwnUser) {
-    auto right = ObMake<PasswordDelegate>(ownPassword);
-    ObRef<ObDictionary> result;
-    EXPECT_EQ(evaluate(right, &result), success);
-    ASSERT_TRUE(result);
-    auto usedPasscode = ob_cast<ObNumber>(result->objectForKey(ObNumber::make(3)));
-    ASSERT_TRUE(usedPasscode);
-    EXPECT_TRUE(usedPasscode->boolValue());
-    EXPECT_EQ(right->attemptsLeft(), (std::vector<ObInteger>{3}));
+INSTANTIATE_TEST_SUITE_P(Pam, BackendConformanceTest,
+                         ::testing::Values(BackendMaker{
+                             "ThroughDaemon", [] { return std::make_unique<DaemonPam>(); }}),
+                         backendName);
 
-    // The user's service keeps its contexts: a handle restores one.
-    ObRef<KVClient> made = connect(nullptr, nullptr);
-    ASSERT_TRUE(made) << refusal;
-    EXPECT_TRUE(connect(made->externalizedContext(), nullptr)) << refusal;
-
-    // Another user's password is wrong for this one: each failure asks again
-    // with one attempt fewer, then the evaluation fails.
-    auto wrong = ObMake<PasswordDelegate>(otherPassword);
-    EXPECT_EQ(evaluate(wrong, nullptr), tooManyWrong);
-    EXPECT_EQ(wrong->attemptsLeft(), (std::vector<ObInteger>{3, 2, 1}));
-}
-
-TEST_F(PamThroughDaemonTest, AnotherUidAuthenticatesAsItselfOnly) {
+// Each caller authenticates as the user the bus reports for it, never as the
+// daemon's user.
+TEST(PamThroughDaemon, AnotherUidAuthenticatesAsItselfOnly) {
     if (geteuid() != 0)
         GTEST_SKIP() << "another user needs root to switch to";
     ASSERT_EQ(nameOf(otherUid).empty(), false) << "uid 65534 has no name";
+    DaemonPam backend;
+    backend.service();
+    auto authenticateAs = [&](uid_t uid, const char* password) {
+        const std::string id = std::to_string(uid);
+        ChildProcess peer({TESSIVA_SETPRIV, "--reuid=" + id, "--regid=" + id, "--clear-groups",
+                           TESSIVA_BUS_PEER, "authenticate", password},
+                          {"DBUS_SESSION_BUS_ADDRESS=" + backend.address()});
+        return peer.readLine();
+    };
     EXPECT_EQ(authenticateAs(otherUid, otherPassword), success);
-    EXPECT_EQ(authenticateAs(otherUid, ownPassword), tooManyWrong);
+    EXPECT_EQ(authenticateAs(otherUid, ownPassword),
+              "error -1: Authentication failed: too many wrong passcodes (3).");
+    backend.finish();
 }
 
 } // namespace

@@ -2,18 +2,23 @@
 // private-bus.conf, and tessivad on it. Nothing reaches the machine's buses.
 #pragma once
 
+#include "support/Deadline.h"
+
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 extern char** environ;
@@ -53,36 +58,48 @@ public:
         close(out[1]);
         if (result != 0)
             throw std::runtime_error("cannot start " + argv[0] + ": " + std::strerror(result));
-        output_ = fdopen(out[0], "r");
+        output_ = out[0];
+        name_ = argv[0];
     }
     ~ChildProcess() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             wait();
         }
-        if (output_ != nullptr)
-            std::fclose(output_);
+        if (output_ >= 0)
+            close(output_);
     }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // The next line of its standard output without the newline; empty at the end.
+    // The next line of its standard output without the newline; at the end,
+    // what is left.
     std::string readLine() {
-        char* line = nullptr;
-        std::size_t size = 0;
-        const ssize_t length = getline(&line, &size, output_);
-        std::string text = length > 0 ? std::string(line, std::size_t(length)) : std::string();
-        std::free(line);
-        if (!text.empty() && text.back() == '\n')
-            text.pop_back();
-        return text;
+        const auto deadline = deadlineFromNow();
+        for (std::size_t end; (end = buffer_.find('\n')) == std::string::npos;) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            pollfd ready{output_, POLLIN, 0};
+            const int polled = left.count() > 0 ? poll(&ready, 1, int(left.count())) : 0;
+            if (polled == 0)
+                throw WaitTimedOut("a line from " + name_);
+            char chunk[512];
+            const ssize_t got = polled > 0 ? read(output_, chunk, sizeof chunk) : 0;
+            if (polled > 0 && got <= 0)
+                return std::exchange(buffer_, {});
+            buffer_.append(chunk, std::size_t(std::max<ssize_t>(got, 0)));
+        }
+        const std::size_t end = buffer_.find('\n');
+        std::string line = buffer_.substr(0, end);
+        buffer_.erase(0, end + 1);
+        return line;
     }
     void signal(int number) const { kill(pid_, number); }
     // Its wait status, once it has ended.
     int wait() {
         int status = 0;
         if (pid_ > 0)
-            waitpid(pid_, &status, 0);
+            waitUntil([&] { return waitpid(pid_, &status, WNOHANG) != 0; }, name_ + " to end");
         pid_ = -1;
         return status;
     }
@@ -90,22 +107,29 @@ public:
 
 private:
     pid_t pid_ = -1;
-    std::FILE* output_ = nullptr;
+    int output_ = -1;
+    std::string name_, buffer_;
 };
 
-// A dbus-daemon of the test's own.
+// A dbus-daemon of the test's own; on the given address, or on one of its
+// own choosing.
 class PrivateBus {
 public:
-    PrivateBus()
-        : process_({TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG, "--nofork",
-                    "--print-address=1"}),
-          address_(process_.readLine()) {
+    explicit PrivateBus(const std::string& listen = "")
+        : process_(arguments(listen)), address_(process_.readLine()) {
         if (address_.empty())
             throw std::runtime_error("the private dbus-daemon did not start");
     }
     const std::string& address() const noexcept { return address_; }
 
 private:
+    static std::vector<std::string> arguments(const std::string& listen) {
+        std::vector<std::string> argv = {TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG,
+                                         "--nofork", "--print-address=1"};
+        if (!listen.empty())
+            argv.push_back("--address=" + listen);
+        return argv;
+    }
     ChildProcess process_;
     std::string address_;
 };

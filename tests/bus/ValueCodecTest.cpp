@@ -84,6 +84,12 @@ ObRef<ObObject> nested(int depth) {
     return value;
 }
 
+// Text and data of the given size in all, half of it in a dictionary's key:
+// keys count towards the limit as values do.
+ObRef<ObObject> weighing(std::size_t bytes) {
+    return dict({{str(std::string(bytes - bytes / 2, 'k')), str(std::string(bytes / 2, 'v'))}});
+}
+
 class Opaque final : public ObObject {
 public:
     const char* className() const noexcept override { return "Opaque"; }
@@ -116,9 +122,10 @@ TEST(ValueCodecTest, EveryKindComesBackExactly) {
         ObError::make(KVErrorDomain, -1009,
                       dict({{ObLocalizedDescriptionKey, str("gone")}, {str("n"), num(1)}})),
         nested(16),
+        weighing(64 * 1024),
     };
     for (const ObRef<ObObject>& value : values) {
-        SCOPED_TRACE(typed(value));
+        SCOPED_TRACE(typed(value).substr(0, 80));
         sd_bus_message* message = messages.make();
         ASSERT_EQ(appendValue(message, value), nullptr);
         ObRef<ObObject> back = str("not read");
@@ -149,6 +156,7 @@ TEST(ValueCodecTest, WhatCannotCrossIsAParameterError) {
          "it holds more than 4096 objects"},
         {ObData::make(std::string(64 * 1024 + 1, 'x').data(), 64 * 1024 + 1),
          "it holds more than 65536 bytes of text and data"},
+        {weighing(64 * 1024 + 1), "it holds more than 65536 bytes of text and data"},
     };
     for (const auto& [value, reason] : cases) {
         SCOPED_TRACE(reason);
@@ -200,6 +208,11 @@ TEST(ValueCodecTest, APeersMalformedValueIsRefusedWithItsReason) {
         {[](sd_bus_message* m) {
              const std::string text(40 * 1024, 'x');
              sd_bus_message_append(m, "v", "av", 2, "s", text.c_str(), "s", text.c_str());
+         },
+         "it holds more than 65536 bytes of text and data"},
+        {[](sd_bus_message* m) {
+             const std::string key(32 * 1024 + 1, 'k'), text(32 * 1024, 'v');
+             sd_bus_message_append(m, "v", "a{sv}", 1, key.c_str(), "s", text.c_str());
          },
          "it holds more than 65536 bytes of text and data"},
     };

@@ -5,6 +5,8 @@ namespace tessiva::test {
 inline constexpr const char* pamService = "tessiva-test";
 inline constexpr const char* pamVerboseService = "tessiva-test-verbose";
 inline constexpr const char* pamEchoService = "tessiva-test-echo";
+// Judged by a module that would let an empty password in.
+inline constexpr const char* pamNullTokenService = "tessiva-test-nulltoken";
 inline constexpr const char* pamUser = "alice";
 inline constexpr const char* pamPassword = "correct horse";
 inline constexpr const char* pamOtherUser = "bob";

@@ -16,10 +16,14 @@ namespace fs = std::filesystem;
 using namespace tessiva::test;
 
 // One service per case the suites need: the plain one, one with a module
-// that talks first (PAM_TEXT_INFO / PAM_ERROR_MSG), one that asks with echo on.
+// that talks first (PAM_TEXT_INFO / PAM_ERROR_MSG), one that asks with echo on,
+// and one whose module would let an empty password in.
 void writeServices(const fs::path& directory) {
     const std::string module = TESSIVA_PAM_MATRIX_MODULE;
     const std::string chattyModule = TESSIVA_PAM_CHATTY_MODULE;
+    writeFile(directory / pamNullTokenService,
+              "auth required " + chattyModule + " nullok\naccount required " + module +
+                  " passdb=" + (directory / (std::string(pamService) + ".passdb")).string() + "\n");
     for (const char* service : {pamService, pamVerboseService, pamEchoService}) {
         const fs::path passdb = directory / (std::string(service) + ".passdb");
         writeFile(passdb, std::string(pamUser) + ":" + pamPassword + ":" + service + "\n" +

@@ -1,9 +1,11 @@
 // `tessiva authenticate` end to end, as a script or a user at the keyboard
 // would run it, against the same pam_wrapper set-up as the library suites.
 #include "PamTestEnvironment.h"
+#include "support/Deadline.h"
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,13 +77,16 @@ public:
         }
         while (readSome(err_, errText_)) {
         }
-        waitpid(pid_, &finished.status, 0);
+        waitUntil([&] { return waitpid(pid_, &finished.status, WNOHANG) != 0; }, "the tool to end");
         finished.err = errText_;
         return finished;
     }
 
 private:
     static bool readSome(int fd, std::string& into) {
+        pollfd ready{fd, POLLIN, 0};
+        if (poll(&ready, 1, int(std::chrono::milliseconds(testDeadline).count())) == 0)
+            throw WaitTimedOut("output from the tool");
         char buffer[512];
         const ssize_t got = read(fd, buffer, sizeof buffer);
         if (got <= 0)

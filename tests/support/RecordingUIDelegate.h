@@ -22,8 +22,8 @@ public:
         events_.add({event, params, std::move(reply)});
     }
     std::vector<Event> events() const { return events_.items(); }
-    // Waits, without time-out, until the event at `index` (from 0) has arrived.
-    Event waitForEvent(std::size_t index) const { return events_.waitFor(index); }
+    // Waits until the event at `index` (from 0) has arrived.
+    Event waitForEvent(std::size_t index) const { return events_.waitFor(index, "delegate event"); }
 
 private:
     SharedList<Event> events_;

@@ -2,6 +2,7 @@
 // for the system and trace logs.
 #pragma once
 
+#include "support/Deadline.h"
 #include "tessiva/brindle/KVLogger.h"
 #include "tessiva/object/Ob.h"
 #include "tessiva/os/ObLog.h"
@@ -31,10 +32,11 @@ public:
         std::lock_guard lock(mutex_);
         return items_;
     }
-    // Waits, without time-out, until the item at `index` (from 0) is there.
-    Item waitFor(std::size_t index) const {
+    // Waits until the item at `index` (from 0) is there.
+    Item waitFor(std::size_t index, const char* what = "an item") const {
         std::unique_lock lock(mutex_);
-        added_.wait(lock, [&] { return items_.size() > index; });
+        if (!added_.wait_until(lock, deadlineFromNow(), [&] { return items_.size() > index; }))
+            throw WaitTimedOut(std::string(what) + " number " + std::to_string(index));
         return items_[index];
     }
 };

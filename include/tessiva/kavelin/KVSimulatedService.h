@@ -37,8 +37,9 @@ public:
     // With "pam" or "bus" it exists but is not the default backend.
     static ObRef<KVSimulatedService> defaultService();
 
-    // The passcode later evaluations accept; absent restores defaultPasscode
-    // (not TESSIVA_PASSCODE). An evaluation already running keeps the
+    // The passcode later evaluations accept; absent or empty restores
+    // defaultPasscode (not TESSIVA_PASSCODE), since an empty passcode would
+    // let an empty answer in. An evaluation already running keeps the
     // passcode it started with.
     virtual void setPasscode(const ObRef<ObString>& passcode) = 0;
     virtual ObRef<ObString> passcode() = 0;

@@ -80,6 +80,8 @@ public:
             return check(sd_bus_message_append(message_, "v", "g", ""));
         if (auto text = ob_cast<ObString>(value)) {
             budget_.bytes += text->length();
+            if (!budget_.exceeded(depth).empty())
+                return budget_.exceeded(depth);
             if (!isValidUTF8WithoutNul(text->text()))
                 return "a string is not valid UTF-8 or holds a NUL";
             // A passcode may be in it: the copy is wiped once appended.

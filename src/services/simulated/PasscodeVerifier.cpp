@@ -50,7 +50,9 @@ ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, ObRe
 
 void PasscodeVerifierSource::setPasscode(const ObRef<ObString>& passcode) {
     std::lock_guard lock(mutex_);
-    passcode_ = passcode ? passcode : ObRef<ObString>(&defaultPasscodeText);
+    // An empty passcode would let an empty answer in: it means the default.
+    passcode_ =
+        passcode && passcode->length() > 0 ? passcode : ObRef<ObString>(&defaultPasscodeText);
 }
 
 ObRef<ObString> PasscodeVerifierSource::passcode() {

@@ -1,41 +1,50 @@
-// The simulated service's observable behaviour through its clients, as one
-// suite that runs against each way of reaching it: in process, and through
-// the daemon. Each executable instantiates it with its own targets.
+// What every KVClient backend does alike, as one suite that each backend's
+// executable instantiates with a Backend of its own: the simulated and the
+// PAM service in process, and tessivad hosting either. What differs between
+// them (which passcode is right, what the test can change, how the service
+// is made) is the Backend's to say, never a copy of the tests.
 #pragma once
 
+#include "support/Deadline.h"
 #include "support/RunTogether.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "translation/TranslationTesting.h"
 
-#include <future>
+#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
 
 namespace tessiva::test {
 
-// One way of reaching a simulated service.
-class ServiceTarget {
+// One backend under test, made afresh for each test.
+class Backend {
 public:
-    virtual ~ServiceTarget() = default;
-    // Before the first backend() only.
-    virtual void setPasscode(const char* passcode) = 0;
-    virtual ObRef<KVClientBackend> backend() = 0;
+    virtual ~Backend() = default;
+    // Safe from several threads at once.
+    virtual ObRef<KVClientBackend> service() = 0;
+    // The answer that proves the user, and one that does not.
+    virtual std::string rightPasscode() const = 0;
+    virtual std::string wrongPasscode() const { return "0000"; }
+    // How the backend refuses policy 1 (ridge scan), which none here offers.
+    virtual std::string biometryRefusal() const = 0;
     // False when the service's ACL rule is out of the test's reach.
-    virtual bool setACLRule(KVACLRule rule) = 0;
+    virtual bool setACLRule(KVACLRule) { return false; }
     // False when objects come back as equal copies (across processes).
-    virtual bool keepsIdentity() const = 0;
+    virtual bool keepsIdentity() const { return true; }
+    // At the end of each test: whatever the backend runs must end cleanly.
+    virtual void finish() {}
 };
 
-struct ServiceTargetMaker {
+struct BackendMaker {
     std::string name;
-    std::function<std::unique_ptr<ServiceTarget>()> make;
+    std::function<std::unique_ptr<Backend>()> make;
 };
 // GoogleTest prints a parameter by its name, never its bytes.
-inline void PrintTo(const ServiceTargetMaker& maker, std::ostream* out) {
+inline void PrintTo(const BackendMaker& maker, std::ostream* out) {
     *out << maker.name;
 }
-inline std::string targetName(const ::testing::TestParamInfo<ServiceTargetMaker>& parameter) {
+inline std::string backendName(const ::testing::TestParamInfo<BackendMaker>& parameter) {
     return parameter.param.name;
 }
 
@@ -49,9 +58,12 @@ inline std::string asking(int attemptsLeft) {
 inline Answer response(const ObRef<ObObject>& value) {
     return [value](const KVUIReply& reply) { reply(dict({{num(0), value}}), nullptr); };
 }
+inline Answer response(const std::string& passcode) {
+    return response(str(passcode));
+}
 
-// The caller's own error, which must come back as this very object, or as
-// an equal one where the target does not keep identity.
+// The caller's error, which must come back as this very object, or as an
+// equal one where the backend does not keep identity.
 inline const ObRef<ObError> stop = ObError::make(str("Caller"), 7, nullptr);
 inline bool identityKept = true;
 inline bool isStop(const ObRef<ObError>& error) {
@@ -94,17 +106,17 @@ public:
     std::size_t next = 0;
 };
 
-class ServiceConformanceTest : public ::testing::TestWithParam<ServiceTargetMaker> {
-protected:
-    void SetUp() override { identityKept = target->keepsIdentity(); }
-
-    // Requests other than evaluations reply before they return. A client of a
-    // new context, or of the one the handle names; absent on failure, with
-    // the error in `refusal`.
+// Calls on a backend, each reply put into words by describe. Requests other
+// than evaluations reply before they return.
+class ServiceCalls {
+public:
+    virtual ~ServiceCalls() = default;
+    // A client of a new context, or of the one the handle names; absent on
+    // failure, with the error in `refusal`.
     ObRef<KVClient> connect(const ObRef<KVUIDelegate>& delegate = nullptr,
                             const ObRef<ObData>& handle = nullptr) {
         ObRef<KVClient> client;
-        target->backend()->clientWithExternalizedContext_uiDelegate_reply(
+        callee()->clientWithExternalizedContext_uiDelegate_reply(
             handle, delegate, [&](ObRef<KVClient> made, ObRef<ObError> error) {
                 client = made;
                 if (error) // only then: contexts connect concurrently too
@@ -112,21 +124,31 @@ protected:
             });
         return client;
     }
-    // An evaluation started on the client; it replies on a service thread.
+    // An evaluation started on the client; it replies on a service thread,
+    // once.
     static std::future<std::string> start(const ObRef<KVClient>& client,
                                           const ObRef<ObDictionary>& options = nullptr,
                                           ObInteger policy = 1000) {
         auto promise = std::make_shared<std::promise<std::string>>();
-        client->evaluatePolicy_options_reply(policy, options, [promise](auto result, auto error) {
-            promise->set_value(describe(result, error));
-        });
+        auto replied = std::make_shared<std::atomic<bool>>(false);
+        client->evaluatePolicy_options_reply(policy, options,
+                                             [promise, replied](auto result, auto error) {
+                                                 if (replied->exchange(true))
+                                                     ADD_FAILURE() << "an evaluation replied twice";
+                                                 else
+                                                     promise->set_value(describe(result, error));
+                                             });
         return promise->get_future();
+    }
+    static std::string outcome(std::future<std::string>&& evaluation,
+                               const char* what = "the evaluation's reply") {
+        return await(std::move(evaluation), what);
     }
     // Puts the text of a reply that comes before its request returns.
     static auto into(std::string& text) {
         return [&text](auto result, auto error) { text = describe(result, error); };
     }
-    static std::string enterPassword(const ObRef<KVClient>& client, const char* password) {
+    static std::string enterPassword(const ObRef<KVClient>& client, const std::string& password) {
         std::string text;
         client->enterPassword_reply(str(password), into(text));
         return text;
@@ -144,8 +166,21 @@ protected:
         return text;
     }
 
-    std::unique_ptr<ServiceTarget> target = GetParam().make();
     std::string refusal;
+
+protected:
+    virtual ObRef<KVClientBackend> callee() = 0;
+};
+
+class BackendConformanceTest : public ::testing::TestWithParam<BackendMaker>,
+                               protected ServiceCalls {
+protected:
+    void SetUp() override { identityKept = backend->keepsIdentity(); }
+    void TearDown() override { backend->finish(); }
+    ObRef<KVClientBackend> callee() override { return backend->service(); }
+
+    std::unique_ptr<Backend> backend = GetParam().make();
+    const std::string right = backend->rightPasscode(), wrong = backend->wrongPasscode();
 };
 
 } // namespace tessiva::test

@@ -1,0 +1,154 @@
+// The conformance suite's tests: contexts and handles, the ACL rule, and
+// policy evaluations on the service's threads.
+#include "BackendConformance.h"
+
+namespace tessiva::test {
+
+TEST_P(BackendConformanceTest, AHandleRestoresItsContextAndNoOtherUntilInvalidated) {
+    // Its delegate never answers: the evaluations wait for the other client.
+    ObRef<KVClient> original = connect(ObMake<ScriptedDelegate>(std::vector<Answer>{}));
+    ASSERT_TRUE(original) << refusal;
+    ObRef<ObData> handle = original->externalizedContext();
+    EXPECT_EQ(handle->length(), 16u);
+    EXPECT_FALSE(handle->isEqual(connect()->externalizedContext()));
+
+    // A copy of the bytes, as a caller that stored the handle gives it back.
+    ObRef<KVClient> restored = connect(nullptr, ObData::make(handle->bytes(), handle->length()));
+    ASSERT_TRUE(restored) << refusal;
+    auto answered = start(original);
+    EXPECT_EQ(outcome(start(restored)),
+              "error -1007: The context is already running an evaluation.");
+    EXPECT_EQ(failEvent(restored, 1, nullptr), "error -1005: No evaluation is processing event 1.");
+    EXPECT_EQ(enterPassword(restored, right), "success");
+    EXPECT_EQ(outcome(std::move(answered)), success);
+
+    // A rule that refuses only the caller's very objects: its refusal shows it
+    // was given them, and no copies.
+    const ObRef<ObObject> acl = str("acl"), operation = num(4);
+    if (backend->setACLRule([&](const ObRef<ObObject>& givenACL, const ObRef<ObObject>& given) {
+            return givenACL != acl || given != operation;
+        })) {
+        EXPECT_EQ(evaluateACL(restored, acl, operation),
+                  "error -1002: The ACL does not allow the operation.");
+        backend->setACLRule(nullptr);
+    }
+    EXPECT_EQ(evaluateACL(original, acl, operation), "{}");
+
+    auto cancelled = start(original);
+    restored->invalidate();
+    EXPECT_EQ(
+        outcome(std::move(cancelled), "the reply of an evaluation its context's invalidation ends"),
+        "error -7: The context was invalidated during the evaluation.");
+    for (const ObRef<KVClient>& client : {original, restored}) {
+        const std::string invalidated = "error -1009: The context was invalidated.";
+        EXPECT_EQ(outcome(start(client), "the refusal of an evaluation after invalidation"),
+                  invalidated);
+        EXPECT_EQ(enterPassword(client, right), invalidated);
+        EXPECT_EQ(failEvent(client, 2, nullptr), invalidated);
+        EXPECT_EQ(evaluateACL(client, acl, operation), invalidated);
+    }
+    for (const ObRef<ObData>& unknown : {handle, ObData::make("\x01\x02\x03", 3)}) {
+        EXPECT_FALSE(connect(nullptr, unknown));
+        EXPECT_EQ(refusal, "error -1009: No context matches the handle.");
+    }
+}
+
+TEST_P(BackendConformanceTest, EvaluationRaisesTheChosenEventsUntilItHasAnOutcome) {
+    ObRef<KVClient> client;
+    const ObRef<ObNumber> yes = ObNumber::makeBool(true), no = ObNumber::makeBool(false);
+    const Texts asked = {asking(3), closing}, none;
+    auto check = [&](const char* behaviour, std::vector<Answer> answers, const Texts& events,
+                     const std::string& expected, const ObRef<ObDictionary>& options = nullptr,
+                     ObInteger policy = 1000) {
+        SCOPED_TRACE(behaviour);
+        auto delegate = ObMake<ScriptedDelegate>(std::move(answers));
+        client = connect(delegate);
+        ASSERT_TRUE(client) << refusal;
+        EXPECT_EQ(outcome(start(client, options, policy)), expected);
+        EXPECT_EQ(delegate->events, events);
+    };
+    check("a wrong passcode asks again with one attempt fewer", {response(wrong), response(right)},
+          {asking(3), asking(2), closing}, success, nullptr, 1007);
+    check("an empty answer, and a part of the passcode, are wrong passcodes",
+          {response(""), response(right.substr(0, right.size() - 1))},
+          {asking(2), asking(1), closing},
+          "error -1: Authentication failed: too many wrong passcodes (2).",
+          dict({{num(1004), num(2)}}));
+    // Each event takes one answer; after the delegate's, enterPassword's is
+    // refused.
+    check("the last wrong passcode fails the evaluation", {[&](const KVUIReply& reply) {
+              response(wrong)(reply);
+              EXPECT_EQ(enterPassword(client, right),
+                        "error -1005: No evaluation is waiting for a passcode.");
+          }},
+          {asking(1), closing}, "error -1: Authentication failed: too many wrong passcodes (1).",
+          dict({{num(1004), num(1)}, {num(1009), no}}));
+    check("a user who declines cancels", {response(no)}, asked,
+          "error -2: The user declined to enter the passcode.");
+    check("a delegate that throws fails the evaluation with what it threw",
+          {[](const KVUIReply&) { throw std::runtime_error("Unknown response key: Passcode"); }},
+          asked,
+          "error -1008: The user-interface delegate raised an exception: Unknown "
+          "response key: "
+          "Passcode");
+    check("a delegate that throws something else fails the evaluation",
+          {[](const KVUIReply&) { throw 5; }}, asked,
+          "error -1008: The user-interface delegate raised an exception of an "
+          "unknown type.");
+    check("the delegate's error is the outcome",
+          {[&](const KVUIReply& reply) { reply(nullptr, stop); }}, asked, "the caller's error");
+
+    // The delegate may call the client from inside the event.
+    check("an event failed with the caller's error ends with it",
+          {[&](const KVUIReply&) { EXPECT_EQ(failEvent(client, 2, stop), "success"); }}, asked,
+          "the caller's error");
+    check("an event failed with something else is the application's cancel",
+          {[&](const KVUIReply&) {
+              EXPECT_EQ(failEvent(client, 2, str("not an error")), "success");
+          }},
+          asked, "error -7: The application stopped the evaluation.");
+
+    // The event-processing option, in its processing and its filter forms.
+    check("the remote view is named when asked for", {response(right)},
+          {"2 {0 = 1; 5 = 3; 3 = org.tessiva.simulator; 4 = SimulatedPasscodeView}", closing},
+          success, dict({{num(1007), dict({{num(2), dict({{num(0), yes}})}})}}));
+    check("the filter form raises the passcode event", {response(right)}, asked, success,
+          dict({{num(1007), dict({{str("EventPasscode"), yes}})}}));
+    check("an evaluation nobody answers times out", {}, none,
+          "error -1003: The user did not authenticate in time.",
+          dict({{num(1001), num(1)}, {num(1007), dict({{str("EventRidgescan"), yes}})}}));
+
+    // What it cannot start, it refuses before any event.
+    check("a non-interactive evaluation cannot ask", {response(right)}, none,
+          "error -1004: The evaluation needs the user, and user interaction is "
+          "not allowed.",
+          dict({{num(1000), yes}}));
+    check("the ridge-scan policy is refused", {response(right)}, none,
+          "error -1001: " + backend->biometryRefusal(), nullptr, 1);
+    const std::string timeout = "error -1008: Option 1001 (time-out) must be a "
+                                "positive number of seconds.";
+    const std::string failures = "error -1008: Option 1004 (maximum passcode "
+                                 "failures) must be a positive number.";
+    check("a time-out that is not a number is refused", {response(right)}, none, timeout,
+          dict({{num(1001), str("soon")}}));
+    check("a time-out of zero is refused", {response(right)}, none, timeout,
+          dict({{num(1001), num(0)}}));
+    check("a maximum of zero failures is refused", {response(right)}, none, failures,
+          dict({{num(1004), num(0)}}));
+    check("event processing that is no dictionary is refused", {response(right)}, none,
+          "error -1008: Option 1007 (event processing) must be a dictionary.",
+          dict({{num(1007), array({})}}));
+}
+
+TEST_P(BackendConformanceTest, ContextsEvaluateConcurrently) {
+    runTogether(8, [&](int t) {
+        auto delegate = ObMake<ScriptedDelegate>(std::vector{response(t % 2 ? wrong : right)});
+        ObRef<KVClient> client = connect(delegate);
+        ASSERT_TRUE(client) << refusal;
+        EXPECT_EQ(outcome(start(client, dict({{num(1004), num(1)}}))),
+                  t % 2 ? "error -1: Authentication failed: too many wrong passcodes (1)."
+                        : success);
+    });
+}
+
+} // namespace tessiva::test
