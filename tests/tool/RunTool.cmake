@@ -28,8 +28,17 @@ set(input)
 if(DEFINED IN_FILE)
     set(input INPUT_FILE "${IN_FILE}")
 endif()
-execute_process(COMMAND "${TOOL}" ${arguments} ${input}
+# A run that never ends (a reply or an event that never comes) fails here,
+# with its reason, long before ctest's own time-out.
+if(NOT DEFINED DEADLINE)
+    set(DEADLINE 30)
+endif()
+execute_process(COMMAND "${TOOL}" ${arguments} ${input} TIMEOUT ${DEADLINE}
     RESULT_VARIABLE exitCode OUTPUT_VARIABLE OUT_actual ERROR_VARIABLE ERR_actual)
+if(exitCode MATCHES "timeout")
+    message(FATAL_ERROR "the tool did not finish within ${DEADLINE} s\n"
+                        "standard output so far:\n${OUT_actual}")
+endif()
 
 set(failures "")
 if(NOT exitCode STREQUAL EXIT)
