@@ -186,17 +186,28 @@ TEST_F(ReferenceTest, UntranslatableOrUnknownRequestsNeverReachTheService) {
 )");
 }
 
-// A failed evaluation leaves no result to read by tag: the caller gets the
-// error -10, which the synchronous form reports to the trace log.
+// The synchronous evaluation waits for a reply from another thread and keeps
+// its result. A failed evaluation leaves no result to read by tag: the caller
+// gets the error -10, which the synchronous form reports to the trace log.
 TEST_F(ReferenceTest, AMissingResultIsAnErrorOrATraceMessage) {
     ASSERT_TRUE(reference->setupNewReferenceWithError(nullptr));
+    service->setReplyMode(FakeReplyMode::OwnThread);
     service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), acl}}), nullptr);
-    ASSERT_TRUE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
+    ObRef<ObError> error = serviceUnavailable();
+    ASSERT_TRUE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, &error));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(reference->resultForTag(VRResultTagUsedPasscode), acl);
     // The identity class was looked up once; a class appearing later is not seen.
     (void)ObRegisterClass("ScandraIdentity");
+    // A failure's result is kept all the same.
+    service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), operation}}),
+                               serviceUnavailable());
+    EXPECT_FALSE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, &error));
+    EXPECT_EQ(error ? error->code() : 0, -6);
+    EXPECT_EQ(reference->resultForTag(VRResultTagUsedPasscode), operation);
+    EXPECT_EQ(printed(service->policyRequests().at(1).options), "{1009 = 0}");
     service->answerEvaluations(nullptr, serviceUnavailable());
     EXPECT_FALSE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
-    EXPECT_EQ(printed(service->policyRequests().at(1).options), "{1009 = 0}");
 
     // Only the synchronous form writes a trace message; its payload holds the
     // tag, as the caller's string is gone when it runs.
