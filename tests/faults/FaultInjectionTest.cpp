@@ -31,13 +31,18 @@ TEST(FaultInjection, EveryReplyReachesTheCallerWithServiceErrorsTranslated) {
     const ObRef<ObDictionary> info =
         ObDictionary::make({{ObLocalizedDescriptionKey, ObString::make("from the service")}});
     // Each error the service gives and what the caller must get: the table's
-    // codes translated, other domains' errors and success unchanged.
+    // codes translated, a code it lacks as 0, other domains' errors (told
+    // apart by exact text) and success unchanged.
+    const ObRef<ObString> serviceDomain = ObString::make(KVErrorDomain->text());
     std::vector<std::pair<ObRef<ObError>, ObRef<ObError>>> injected;
     for (const CodeRow& row : expectedErrorCodes)
-        injected.emplace_back(ObError::make(KVErrorDomain, row.serviceCode, info),
+        injected.emplace_back(ObError::make(serviceDomain, row.serviceCode, info),
                               ObError::make(VRErrorDomain, row.vrCode, info));
+    injected.emplace_back(ObError::make(serviceDomain, -9999, info),
+                          ObError::make(VRErrorDomain, 0, info));
     for (const ObRef<ObError>& same :
-         {ObError::make(ObString::make("Caller"), -1, nullptr),
+         {ObError::make(ObString::make("org.kavelin.kverrordomain"), -1, nullptr),
+          ObError::make(nullptr, -3, nullptr),
           KVLegacyHelper::vrErrorWithCode_andMessage(-4, nullptr), ObRef<ObError>()})
         injected.emplace_back(same, same);
 

@@ -41,27 +41,6 @@ TEST(NameTranslation, EveryFormTranslatesKnownNamesAndReportsTheOthers) {
     }
 }
 
-// Other domains, told apart by text, pass through as the very same error. The
-// fault suite checks every code, those the table lacks too, on every reply path.
-TEST(ErrorTranslation, OnlyServiceErrorsAreRenumberedAndKeepTheirUserInfo) {
-    const ObRef<ObDictionary> userInfo = dict({{ObLocalizedDescriptionKey, str("Canceled.")}});
-    const ObRef<ObString> domain = str(KVErrorDomain->text());
-    for (const CodeRow& row : expectedErrorCodes) {
-        const auto vrError =
-            KVLegacyHelper::vrErrorFromKVError(ObError::make(domain, row.serviceCode, userInfo));
-        EXPECT_TRUE(vrError->domain()->isEqual(VRErrorDomain));
-        EXPECT_EQ(vrError->code(), row.vrCode) << "service code " << row.serviceCode;
-        EXPECT_EQ(vrError->userInfo(), userInfo);
-    }
-    EXPECT_TRUE(KVLegacyHelper::vrErrorFromKVError(nullptr) == nullptr);
-    for (const ObRef<ObString>& other : {ObRef<ObString>(VRErrorDomain), str("org.example.Other"),
-                                         str("org.kavelin.kverrordomain"), ObRef<ObString>()}) {
-        const ObRef<ObError> error = ObError::make(other, -3, nullptr);
-        EXPECT_EQ(KVLegacyHelper::vrErrorFromKVError(error), error)
-            << ObFormat("%@", other)->text();
-    }
-}
-
 TEST(HintsTranslation, TranslatesOrReportsTheFirstFailure) {
     CallerString filterKey("EventFilter");
     const ObRef<ObObject> getRemote = VRHintEventProcessingGetRemoteViewController;
