@@ -1,9 +1,8 @@
 // Exceptions thrown inside the shared libraries, caught by type in this
 // executable: the type information of the exception classes must be one
 // across the boundary, hidden visibility and version scripts notwithstanding.
-#include "support/RecordingUIDelegate.h"
-#include "tessiva/DelegateProxy.h"
-#include "tessiva/KVLegacyHelper.h"
+// Those thrown by libTessiva's own code are caught by type in the delegate
+// and credential suites, which link it alike.
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/object/Ob.h"
 
@@ -58,12 +57,6 @@ TEST(ExceptionBoundary, EachHandlerOfTheHierarchyCatchesAKVException) {
     EXPECT_EQ(caughtAs<ObInvalidArgumentException>(raise), "caught by no handler of that type");
 }
 
-TEST(ExceptionBoundary, KVExceptionRaisedThroughTessivaIsCaughtByType) {
-    EXPECT_EQ(caughtAs<KVException>(
-                  [] { (void)KVLegacyHelper::policyFromVRPolicy(ObString::make("NoSuchPolicy")); }),
-              "KVException KVException: Unknown policy: 'NoSuchPolicy'");
-}
-
 TEST(ExceptionBoundary, DictionaryInsertRaisesInvalidArgumentAcross) {
     const auto insertAbsent = [] {
         ObMutableDictionary::make()->setObject_forKey(nullptr, ObString::make("key"));
@@ -73,22 +66,6 @@ TEST(ExceptionBoundary, DictionaryInsertRaisesInvalidArgumentAcross) {
     EXPECT_EQ(caughtAs<ObInvalidArgumentException>(insertAbsent), expected);
     EXPECT_EQ(caughtAs<ObException>(insertAbsent), expected);
     EXPECT_EQ(caughtAs<KVException>(insertAbsent), "caught by no handler of that type");
-}
-
-// Thrown by code of libTessiva itself, with the platform library's type.
-TEST(ExceptionBoundary, InvalidArgumentThrownInsideTessivaIsCaughtByType) {
-    const ObRef<tessiva::test::RecordingUIDelegate> delegate =
-        tessiva::test::RecordingUIDelegate::make();
-    DelegateProxy::initWithVRUIDelegate(delegate)->event_params_reply(
-        3, nullptr, [](ObRef<ObDictionary>, ObRef<ObError>) {});
-    ASSERT_EQ(delegate->events().size(), 1u);
-    const VRUIReply answer = delegate->events().front().reply;
-
-    EXPECT_EQ(caughtAs<ObInvalidArgumentException>([&] {
-                  answer(ObDictionary::make({{ObString::make("Passcode"), ObString::make("1")}}),
-                         nullptr);
-              }),
-              "ObInvalid ObInvalidArgumentException: Unknown response key: Passcode");
 }
 
 } // namespace
