@@ -69,19 +69,14 @@ TEST(DelegateProxy, EventsAtAndPastTheTableEdges) {
         proxy->event_params_reply(event,
                                   ObDictionary::make({{ObNumber::make(1), ObNumber::make(event)}}),
                                   [](auto, auto) {});
-    std::string received;
+    std::string received, expected;
     for (const RecordingUIDelegate::Event& event : delegate->events())
         received += printed(event.name) + " " + printed(event.params) + "\n";
-    EXPECT_EQ(received, "EventRidgescan {Available = " + std::to_string(LONG_MIN) + R"(}
-EventRidgescan {Available = -1}
-EventRidgescan {Available = 0}
-EventRidgescan {Status = 1}
-EventPassphrase {Status = 4}
-EventRidgescan {Available = 5}
-EventRidgescan {Available = 7}
-EventRidgescan {Available = 8}
-EventRidgescan {Available = )" +
-                            std::to_string(LONG_MAX) + "}\n");
+    for (const ObInteger event : events)
+        expected += event == 1   ? "EventRidgescan {Status = 1}\n"
+                    : event == 4 ? "EventPassphrase {Status = 4}\n"
+                                 : "EventRidgescan {Available = " + std::to_string(event) + "}\n";
+    EXPECT_EQ(received, expected);
 }
 
 } // namespace
