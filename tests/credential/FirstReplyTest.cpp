@@ -45,41 +45,34 @@ private:
 TEST_F(ReferenceTest, SynchronousFormsReportTheFirstOfTwoRepliesAsynchronousOnesForwardBoth) {
     const TwiceReplyingClient::Answer success{ObDictionary::make(), nullptr};
     const TwiceReplyingClient::Answer failure{nullptr, serviceUnavailable()};
-    const struct {
-        const char* name;
-        TwiceReplyingClient::Answer first, second;
-        bool fromTwoThreads;
-    } cases[] = {
-        {"success then failure, one thread", success, failure, false},
-        {"success then failure, two threads", success, failure, true},
-        {"failure then success, one thread", failure, success, false},
-        {"failure then success, two threads", failure, success, true},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const bool firstSucceeds = c.first.second == nullptr;
-        service->answerClientRequests(
-            ObMake<TwiceReplyingClient>(c.first, c.second, c.fromTwoThreads), nullptr);
-        const ObRef<VRCredentialReference> r = VRCredentialReference::make();
-        ASSERT_TRUE(r->setupWithCredentialHandle_error(handle, nullptr));
+    for (const bool firstSucceeds : {true, false})
+        for (const bool fromTwoThreads : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << firstSucceeds << fromTwoThreads);
+            service->answerClientRequests(
+                ObMake<TwiceReplyingClient>(firstSucceeds ? success : failure,
+                                            firstSucceeds ? failure : success, fromTwoThreads),
+                nullptr);
+            const ObRef<VRCredentialReference> r = VRCredentialReference::make();
+            ASSERT_TRUE(r->setupWithCredentialHandle_error(handle, nullptr));
 
-        ObRef<ObError> error = ObError::make(ObString::make("stale"), 1, nullptr);
-        EXPECT_EQ(r->evaluatePolicy_hints_error(VRPolicyDeviceOwnerAuthenticated, nullptr, &error),
-                  firstSucceeds);
-        EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
+            ObRef<ObError> error = ObError::make(ObString::make("stale"), 1, nullptr);
+            EXPECT_EQ(
+                r->evaluatePolicy_hints_error(VRPolicyDeviceOwnerAuthenticated, nullptr, &error),
+                firstSucceeds);
+            EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
 
-        error = nullptr;
-        EXPECT_EQ(r->evaluateACL_operation_hints_error(acl, operation, nullptr, &error),
-                  firstSucceeds);
-        EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
+            error = nullptr;
+            EXPECT_EQ(r->evaluateACL_operation_hints_error(acl, operation, nullptr, &error),
+                      firstSucceeds);
+            EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
 
-        std::vector<ObRef<ObError>> forwarded;
-        r->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, nullptr,
-                                      [&](ObRef<ObError> e) { forwarded.push_back(e); });
-        ASSERT_EQ(forwarded.size(), 2u);
-        EXPECT_EQ(forwarded[0] == nullptr, firstSucceeds);
-        EXPECT_EQ(forwarded[1] == nullptr, !firstSucceeds);
-    }
+            std::vector<ObRef<ObError>> forwarded;
+            r->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, nullptr,
+                                          [&](ObRef<ObError> e) { forwarded.push_back(e); });
+            ASSERT_EQ(forwarded.size(), 2u);
+            EXPECT_EQ(forwarded[0] == nullptr, firstSucceeds);
+            EXPECT_EQ(forwarded[1] == nullptr, !firstSucceeds);
+        }
 }
 
 } // namespace
