@@ -9,7 +9,8 @@
 namespace tessiva::test {
 namespace {
 
-// Counts how often its text form is asked for.
+// Counts how often its text form is asked for: once per call, whether
+// logging is on or off.
 class CountingObject final : public ObObject {
 public:
     ObRef<ObString> description() const override {
@@ -38,29 +39,20 @@ protected:
     }
 };
 
-TEST_F(LoggedArgumentsTest, TheArgumentTextIsMadeOnceWithLoggingOff) {
-    const LogSwitches off(false, false);
-    const LogCapture capture;
-    const auto counting = ObMake<CountingObject>();
-    reference->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated,
-                                          ObDictionary::make({{VRHintTimeout, counting}}),
-                                          recordReply());
-    EXPECT_EQ(counting->described, 1);
-    EXPECT_TRUE(capture.lines().empty());
-}
-
 TEST_F(LoggedArgumentsTest, HintsAHundredThousandLevelsDeepReachTheServiceAndLogBounded) {
     ObRef<ObObject> deep = ObString::make("leaf");
     for (int level = 0; level < 100'000; ++level)
         deep = ObArray::make({deep});
-    const ObRef<ObDictionary> hints = ObDictionary::make({{VRHintTimeout, deep}});
-
     for (const bool logging : {false, true}) {
         SCOPED_TRACE(logging ? "logging on" : "logging off");
         const LogSwitches switches(logging, false);
         const LogCapture capture;
-        reference->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, hints,
-                                              recordReply());
+        const auto counting = ObMake<CountingObject>();
+        reference->evaluatePolicy_hints_reply(
+            VRPolicyDeviceOwnerAuthenticated,
+            ObDictionary::make({{VRHintTimeout, deep}, {VRHintCallerPID, counting}}),
+            recordReply());
+        EXPECT_EQ(counting->described, 1);
         const auto requests = service->policyRequests();
         ASSERT_FALSE(requests.empty());
         EXPECT_EQ(requests.back().options->objectForKey(ObNumber::make(1001)), deep);
@@ -73,7 +65,7 @@ TEST_F(LoggedArgumentsTest, HintsAHundredThousandLevelsDeepReachTheServiceAndLog
         const std::string opened(255, '('), closed(255, ')');
         EXPECT_EQ(lines[0], "VRCredReference: -[VRCredentialReference evaluatePolicy:hints:reply:] "
                             ", {Timeout = " +
-                                opened + "<...>" + closed + "}");
+                                opened + "<...>" + closed + "; CallerPID = counted}");
     }
 }
 
@@ -81,28 +73,23 @@ TEST_F(LoggedArgumentsTest, RedactionReplacesOnlyThePasswordInClientRequestLines
     const ObRef<ObDictionary> params =
         ObDictionary::make({{VRClientRequestParamPassword, ObString::make("s3cret")},
                             {ObString::make("Other"), ObString::make("kept")}});
-    const struct {
-        bool redacting;
-        const char* logged;
-    } cases[] = {
-        {false, "{Password = s3cret; Other = kept}"},
-        {true, "{Password = <redacted>; Other = kept}"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.logged);
-        const LogSwitches switches(true, c.redacting);
+    for (const bool redacting : {false, true}) {
+        const std::string logged = redacting ? "<redacted>" : "s3cret";
+        SCOPED_TRACE(logged);
+        const LogSwitches switches(true, redacting);
         const LogCapture capture;
         reference->sendClientRequest_params_reply(VRClientRequestEnterPassword, params,
                                                   [](ObRef<ObDictionary>, ObRef<ObError>) {});
         const auto lines = capture.lines();
         ASSERT_FALSE(lines.empty());
-        EXPECT_EQ(lines[0], std::string("VRCredReference: -[VRCredentialReference "
-                                        "sendClientRequest:params:reply:] EnterPassword, ") +
-                                c.logged);
+        EXPECT_EQ(lines[0],
+                  std::string("VRCredReference: -[VRCredentialReference "
+                              "sendClientRequest:params:reply:] EnterPassword, {Password = ") +
+                      logged + "; Other = kept}");
         const bool secretLogged = std::any_of(lines.begin(), lines.end(), [](const auto& line) {
             return line.find("s3cret") != std::string::npos;
         });
-        EXPECT_EQ(secretLogged, !c.redacting);
+        EXPECT_EQ(secretLogged, !redacting);
     }
 }
 
