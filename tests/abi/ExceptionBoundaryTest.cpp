@@ -34,13 +34,10 @@ template <class Handled> std::string caughtAs(const std::function<void()>& actio
     return "nothing thrown";
 }
 
-ObRef<ObError> parameterError(const char* message) {
-    return KVErrorHelper::parameterErrorWithMessage(ObString::make(message));
-}
-
 // Raised with the very error given, which the exception carries across.
 TEST(ExceptionBoundary, EachHandlerOfTheHierarchyCatchesAKVException) {
-    const ObRef<ObError> error = parameterError("bad hint");
+    const ObRef<ObError> error =
+        KVErrorHelper::parameterErrorWithMessage(ObString::make("bad hint"));
     const auto raise = [&] { KVErrorHelper::raiseException(error); };
     EXPECT_EQ(caughtAs<KVException>(raise), "KVException KVException: bad hint");
     EXPECT_EQ(caughtAs<ObException>(raise), "KVException KVException: bad hint");

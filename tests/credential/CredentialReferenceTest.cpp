@@ -310,18 +310,6 @@ public:
     mutable int described = 0;
 };
 
-// Sets both switches for the life of the object, and puts them back off.
-struct LogSwitches {
-    LogSwitches(bool logging, bool redacting) {
-        KVLogger::sharedInstance()->setLoggingEnabled(logging);
-        KVLogger::sharedInstance()->setRedactingSecrets(redacting);
-    }
-    ~LogSwitches() {
-        KVLogger::sharedInstance()->setLoggingEnabled(false);
-        KVLogger::sharedInstance()->setRedactingSecrets(false);
-    }
-};
-
 TEST_F(ReferenceTest, HintsAHundredThousandLevelsDeepReachTheServiceAndLogBounded) {
     ASSERT_TRUE(reference->setupWithCredentialHandle_error(handle, nullptr));
     ObRef<ObObject> deep = ObString::make("leaf");
@@ -329,7 +317,7 @@ TEST_F(ReferenceTest, HintsAHundredThousandLevelsDeepReachTheServiceAndLogBounde
         deep = ObArray::make({deep});
     for (const bool logging : {false, true}) {
         SCOPED_TRACE(logging ? "logging on" : "logging off");
-        const LogSwitches switches(logging, false);
+        KVLogger::sharedInstance()->setLoggingEnabled(logging);
         const LogCapture capture;
         const auto counting = ObMake<CountingObject>();
         reference->evaluatePolicy_hints_reply(
@@ -361,7 +349,8 @@ TEST_F(ReferenceTest, RedactionReplacesOnlyThePasswordInClientRequestLines) {
     for (const bool redacting : {false, true}) {
         const std::string logged = redacting ? "<redacted>" : "s3cret";
         SCOPED_TRACE(logged);
-        const LogSwitches switches(true, redacting);
+        KVLogger::sharedInstance()->setLoggingEnabled(true);
+        KVLogger::sharedInstance()->setRedactingSecrets(redacting);
         const LogCapture capture;
         reference->sendClientRequest_params_reply(VRClientRequestEnterPassword, params,
                                                   [](ObRef<ObDictionary>, ObRef<ObError>) {});

@@ -106,11 +106,10 @@ TEST(HintsTranslation, TranslatesOrReportsTheFirstFailure) {
 // the error reported, and never for one thrown away.
 TEST(HintsTranslation, PassesTheCallersObjectsThroughAndPrintsAnUnknownHintOnce) {
     CallerString event("EventPasscode"), bogus("Bogus");
-    const ObRef<ObObject> flag = num(1), timeout = dict({}), filter = array({&event});
+    const ObRef<ObObject> flag = num(1), filter = array({&event});
     const auto option = [](ObString* hint, const ObRef<ObObject>& value, ObInteger number) {
         return KVLegacyHelper::optionsFromVRHints(dict({{hint, value}}))->objectForKey(num(number));
     };
-    EXPECT_EQ(option(VRHintTimeout, timeout, 1001), timeout);
     const auto processed = ob_cast<ObDictionary>(option(
         VRHintEventProcessing,
         dict({{&event, dict({{VRHintEventProcessingGetRemoteViewController, flag}})}}), 1007));
