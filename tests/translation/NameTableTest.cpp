@@ -48,24 +48,18 @@ std::string translated(NameTable& table, const ObRef<ObString>& name) {
 }
 
 TEST(NameTable, FindsEveryTextByAnyObjectInEitherLayout) {
-    const std::pair<ObRef<ObString>, std::string> cases[] = {
-        {&alpha, "7"},
-        {&alphaAgain, "7"},
-        {ObString::make("Alpha"), "7"},
-        {&alphq, "2"},
-        {ObString::make("Alphq"), "2"},
-        {ObString::make("ab"), "3"},
-        {ObString::make(""), "4"},
-        {ObString::make("AlphaBetaGammaDelta"), "5"},
-        // Shares the home slot of "Alpha" and "Alphq".
-        {ObString::make("AlphA"), "Unknown thing: 'AlphA'"},
-        {ObString::make("Alph"), "Unknown thing: 'Alph'"},
-        {nullptr, "Unknown thing: '(null)'"},
-    };
     for (NameTable* table : {&searched, &probing}) {
         SCOPED_TRACE(table == &searched ? "searched layout" : "probing layout");
-        for (const auto& [name, expected] : cases)
+        // Each row's own object and another with its text; "Alpha" has 7.
+        for (const auto& [name, number] : rows()) {
+            const std::string expected = std::to_string(name->isEqual(&alpha) ? 7 : number);
             EXPECT_EQ(translated(*table, name), expected);
+            EXPECT_EQ(translated(*table, ObString::make(name->text())), expected);
+        }
+        // "AlphA" shares the home slot of "Alpha" and "Alphq".
+        for (const std::string text : {"AlphA", "Alph"})
+            EXPECT_EQ(translated(*table, ObString::make(text)), "Unknown thing: '" + text + "'");
+        EXPECT_EQ(translated(*table, nullptr), "Unknown thing: '(null)'");
     }
 }
 
