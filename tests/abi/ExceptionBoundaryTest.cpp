@@ -8,7 +8,7 @@
 
 #include <exception>
 #include <functional>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string>
 #include <typeinfo>
 
@@ -43,11 +43,7 @@ TEST(ExceptionBoundary, EachHandlerOfTheHierarchyCatchesAKVException) {
     EXPECT_EQ(caughtAs<ObException>(raise), "KVException KVException: bad hint");
     EXPECT_EQ(caughtAs<std::exception>(raise), "KVException bad hint");
     EXPECT_EQ(caughtAs<ObInvalidArgumentException>(raise), "caught by no handler of that type");
-    try {
-        raise();
-    } catch (const KVException& exception) {
-        EXPECT_EQ(exception.error(), error);
-    }
+    EXPECT_THAT(raise, testing::Throws<KVException>(testing::Property(&KVException::error, error)));
 }
 
 TEST(ExceptionBoundary, DictionaryInsertRaisesInvalidArgumentAcross) {
