@@ -3,7 +3,6 @@
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/object/Ob.h"
 
-#include <climits>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
@@ -13,11 +12,6 @@ static_assert(sizeof(ObInteger) == TESSIVA_EXPECTED_WORD_SIZE,
 static_assert(sizeof(ObUInteger) == TESSIVA_EXPECTED_WORD_SIZE);
 
 namespace {
-
-TEST(WordSize, InterfaceIntegersAreTheConfiguredWordSize) {
-    EXPECT_EQ(sizeof(ObInteger) * CHAR_BIT, TESSIVA_EXPECTED_WORD_SIZE * 8u);
-    EXPECT_EQ(std::numeric_limits<ObUInteger>::digits, TESSIVA_EXPECTED_WORD_SIZE * 8);
-}
 
 // The extremes of the word pass through the libraries unchanged.
 TEST(WordSize, ExtremesCrossTheLibrariesIntact) {

@@ -1,13 +1,16 @@
 // The credential reference against the fake service: what reaches the
 // service, what the reference keeps, what the caller receives, and the log
-// and trace lines it writes.
+// and trace lines it writes, bounded for hostile hints and with secrets
+// redacted on request; replies that come twice or late.
 #include "credential/ReferenceTesting.h"
 #include "support/RecordingUIDelegate.h"
 #include "support/TestSupport.h"
 #include "tessiva/object/ObClass.h"
 
+#include <algorithm>
 #include <atomic>
 #include <latch>
+#include <thread>
 
 namespace tessiva::test {
 namespace {
@@ -186,17 +189,28 @@ TEST_F(ReferenceTest, UntranslatableOrUnknownRequestsNeverReachTheService) {
 )");
 }
 
-// A failed evaluation leaves no result to read by tag: the caller gets the
-// error -10, which the synchronous form reports to the trace log.
+// The synchronous evaluation waits for a reply from another thread and keeps
+// its result. A failed evaluation leaves no result to read by tag: the caller
+// gets the error -10, which the synchronous form reports to the trace log.
 TEST_F(ReferenceTest, AMissingResultIsAnErrorOrATraceMessage) {
     ASSERT_TRUE(reference->setupNewReferenceWithError(nullptr));
+    service->setReplyMode(FakeReplyMode::OwnThread);
     service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), acl}}), nullptr);
-    ASSERT_TRUE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
+    ObRef<ObError> error = serviceUnavailable();
+    ASSERT_TRUE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, &error));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(reference->resultForTag(VRResultTagUsedPasscode), acl);
     // The identity class was looked up once; a class appearing later is not seen.
     (void)ObRegisterClass("ScandraIdentity");
+    // A failure's result is kept all the same.
+    service->answerEvaluations(ObDictionary::make({{ObNumber::make(3), operation}}),
+                               serviceUnavailable());
+    EXPECT_FALSE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, &error));
+    EXPECT_EQ(error ? error->code() : 0, -6);
+    EXPECT_EQ(reference->resultForTag(VRResultTagUsedPasscode), operation);
+    EXPECT_EQ(printed(service->policyRequests().at(1).options), "{1009 = 0}");
     service->answerEvaluations(nullptr, serviceUnavailable());
     EXPECT_FALSE(reference->evaluatePolicy_hints_error(VRPolicyTirsa, nullptr, nullptr));
-    EXPECT_EQ(printed(service->policyRequests().at(1).options), "{1009 = 0}");
 
     // Only the synchronous form writes a trace message; its payload holds the
     // tag, as the caller's string is gone when it runs.
@@ -215,6 +229,142 @@ TEST_F(ReferenceTest, AMissingResultIsAnErrorOrATraceMessage) {
                   {"tag", "UsedPasscode"},
                   {"error",
                    "Error Domain=org.tessiva.VRErrorDomain Code=-10 \"Result not available.\""}}));
+}
+
+// Answers every evaluation twice with the two answers given, both before the
+// request returns: on the requesting thread, or each from a thread of its own,
+// the second started once the first has delivered.
+class TwiceReplyingClient final : public KVClient {
+public:
+    using Answer = std::pair<ObRef<ObDictionary>, ObRef<ObError>>;
+    TwiceReplyingClient(Answer first, Answer second, bool fromTwoThreads)
+        : answers_{std::move(first), std::move(second)}, fromTwoThreads_(fromTwoThreads) {}
+
+    ObRef<ObData> externalizedContext() override { return ObData::make("c", 1); }
+    void invalidate() override {}
+    ObRef<ObString> creatorDisplayName() override { return nullptr; }
+    void evaluatePolicy_options_reply(ObInteger, const ObRef<ObDictionary>&,
+                                      KVResultReply reply) override {
+        for (const Answer& answer : answers_) {
+            if (fromTwoThreads_)
+                std::thread([&] { reply(answer.first, answer.second); }).join();
+            else
+                reply(answer.first, answer.second);
+        }
+    }
+    void evaluateACL_operation_options_reply(const ObRef<ObObject>&, const ObRef<ObObject>&,
+                                             const ObRef<ObDictionary>& options,
+                                             KVResultReply reply) override {
+        evaluatePolicy_options_reply(0, options, std::move(reply));
+    }
+    void enterPassword_reply(const ObRef<ObObject>&, KVSuccessReply) override {}
+    void failProcessedEvent_failureError_reply(ObInteger, const ObRef<ObObject>&,
+                                               KVSuccessReply) override {}
+
+private:
+    const Answer answers_[2];
+    const bool fromTwoThreads_;
+};
+
+TEST_F(ReferenceTest, SynchronousFormsReportTheFirstOfTwoRepliesAsynchronousOnesForwardBoth) {
+    const TwiceReplyingClient::Answer success{ObDictionary::make(), nullptr};
+    const TwiceReplyingClient::Answer failure{nullptr, serviceUnavailable()};
+    for (const bool firstSucceeds : {true, false})
+        for (const bool fromTwoThreads : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << firstSucceeds << fromTwoThreads);
+            service->answerClientRequests(
+                ObMake<TwiceReplyingClient>(firstSucceeds ? success : failure,
+                                            firstSucceeds ? failure : success, fromTwoThreads),
+                nullptr);
+            const ObRef<VRCredentialReference> r = VRCredentialReference::make();
+            ASSERT_TRUE(r->setupWithCredentialHandle_error(handle, nullptr));
+
+            ObRef<ObError> error = ObError::make(ObString::make("stale"), 1, nullptr);
+            EXPECT_EQ(
+                r->evaluatePolicy_hints_error(VRPolicyDeviceOwnerAuthenticated, nullptr, &error),
+                firstSucceeds);
+            EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
+
+            error = nullptr;
+            EXPECT_EQ(r->evaluateACL_operation_hints_error(acl, operation, nullptr, &error),
+                      firstSucceeds);
+            EXPECT_EQ(error ? error->code() : 0, firstSucceeds ? 0 : -6);
+
+            std::vector<ObRef<ObError>> forwarded;
+            r->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, nullptr,
+                                          [&](ObRef<ObError> e) { forwarded.push_back(e); });
+            ASSERT_EQ(forwarded.size(), 2u);
+            EXPECT_EQ(forwarded[0] == nullptr, firstSucceeds);
+            EXPECT_EQ(forwarded[1] == nullptr, !firstSucceeds);
+        }
+}
+
+// Counts how often its text form is asked for: once per call, whether
+// logging is on or off.
+class CountingObject final : public ObObject {
+public:
+    ObRef<ObString> description() const override {
+        ++described;
+        return ObString::make("counted");
+    }
+    mutable int described = 0;
+};
+
+TEST_F(ReferenceTest, HintsAHundredThousandLevelsDeepReachTheServiceAndLogBounded) {
+    ASSERT_TRUE(reference->setupWithCredentialHandle_error(handle, nullptr));
+    ObRef<ObObject> deep = ObString::make("leaf");
+    for (int level = 0; level < 100'000; ++level)
+        deep = ObArray::make({deep});
+    for (const bool logging : {false, true}) {
+        SCOPED_TRACE(logging ? "logging on" : "logging off");
+        KVLogger::sharedInstance()->setLoggingEnabled(logging);
+        const LogCapture capture;
+        const auto counting = ObMake<CountingObject>();
+        reference->evaluatePolicy_hints_reply(
+            VRPolicyDeviceOwnerAuthenticated,
+            ObDictionary::make({{VRHintTimeout, deep}, {VRHintCallerPID, counting}}),
+            recordReply());
+        EXPECT_EQ(counting->described, 1);
+        const auto requests = service->policyRequests();
+        ASSERT_FALSE(requests.empty());
+        EXPECT_EQ(requests.back().options->objectForKey(ObNumber::make(1001)), deep);
+        const auto lines = capture.lines();
+        if (!logging) {
+            EXPECT_TRUE(lines.empty());
+            continue;
+        }
+        ASSERT_EQ(lines.size(), 2u);
+        const std::string opened(255, '('), closed(255, ')');
+        EXPECT_EQ(lines[0], "VRCredReference: -[VRCredentialReference evaluatePolicy:hints:reply:] "
+                            ", {Timeout = " +
+                                opened + "<...>" + closed + "; CallerPID = counted}");
+    }
+}
+
+TEST_F(ReferenceTest, RedactionReplacesOnlyThePasswordInClientRequestLines) {
+    ASSERT_TRUE(reference->setupWithCredentialHandle_error(handle, nullptr));
+    const ObRef<ObDictionary> params =
+        ObDictionary::make({{VRClientRequestParamPassword, ObString::make("s3cret")},
+                            {ObString::make("Other"), ObString::make("kept")}});
+    for (const bool redacting : {false, true}) {
+        const std::string logged = redacting ? "<redacted>" : "s3cret";
+        SCOPED_TRACE(logged);
+        KVLogger::sharedInstance()->setLoggingEnabled(true);
+        KVLogger::sharedInstance()->setRedactingSecrets(redacting);
+        const LogCapture capture;
+        reference->sendClientRequest_params_reply(VRClientRequestEnterPassword, params,
+                                                  [](ObRef<ObDictionary>, ObRef<ObError>) {});
+        const auto lines = capture.lines();
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines[0],
+                  std::string("VRCredReference: -[VRCredentialReference "
+                              "sendClientRequest:params:reply:] EnterPassword, {Password = ") +
+                      logged + "; Other = kept}");
+        const bool secretLogged = std::any_of(lines.begin(), lines.end(), [](const auto& line) {
+            return line.find("s3cret") != std::string::npos;
+        });
+        EXPECT_EQ(secretLogged, !redacting);
+    }
 }
 
 } // namespace

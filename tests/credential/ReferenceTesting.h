@@ -6,6 +6,7 @@
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRCredentialReference.h"
 #include "tessiva/brindle/KVErrorHelper.h"
+#include "tessiva/brindle/KVLogger.h"
 #include "tessiva/object/Ob.h"
 
 #include <gmock/gmock.h>
@@ -24,6 +25,11 @@ inline ObRef<ObError> serviceUnavailable() {
 
 class ReferenceTest : public ::testing::Test {
 protected:
+    // Both log switches end off, as every test starts.
+    ~ReferenceTest() override {
+        KVLogger::sharedInstance()->setLoggingEnabled(false);
+        KVLogger::sharedInstance()->setRedactingSecrets(false);
+    }
     VRErrorReply recordReply() {
         return [this](ObRef<ObError> error) { replies.push_back(std::move(error)); };
     }

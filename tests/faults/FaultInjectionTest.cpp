@@ -9,47 +9,52 @@
 namespace tessiva::test {
 namespace {
 
-// Makes one request of a set-up reference on reply path `path`; the sink gets
-// the error of every reply that reaches the caller.
-const char* const pathNames[] = {"set-up", "policy evaluation", "ACL evaluation", "client request"};
-void request(int path, VRCredentialReference& reference, const VRErrorReply& sink) {
-    if (path == 0)
-        reference.setupNewReferenceWithReply(sink);
-    else if (path == 1)
-        reference.evaluatePolicy_hints_reply(VRPolicyTirsa, nullptr, sink);
-    else if (path == 2)
-        reference.evaluateACL_operation_hints_reply(nullptr, nullptr, nullptr, sink);
-    else
-        reference.sendClientRequest_params_reply(VRClientRequestEnterPassword, nullptr,
-                                                 [sink](auto result, auto error) {
-                                                     EXPECT_NE(result == nullptr, error == nullptr);
-                                                     sink(error);
-                                                 });
-}
+// One request of a set-up reference on each reply path; the sink gets the
+// error of every reply that reaches the caller.
+const std::pair<const char*, void (*)(VRCredentialReference&, const VRErrorReply&)> paths[] = {
+    {"set-up", [](auto& r, auto& sink) { r.setupNewReferenceWithReply(sink); }},
+    {"policy evaluation",
+     [](auto& r, auto& sink) { r.evaluatePolicy_hints_reply(VRPolicyTirsa, nullptr, sink); }},
+    {"ACL evaluation",
+     [](auto& r, auto& sink) {
+         r.evaluateACL_operation_hints_reply(nullptr, nullptr, nullptr, sink);
+     }},
+    {"client request", [](auto& r, auto& sink) {
+         r.sendClientRequest_params_reply(VRClientRequestEnterPassword, nullptr,
+                                          [sink](auto result, auto error) {
+                                              EXPECT_NE(result == nullptr, error == nullptr);
+                                              sink(error);
+                                          });
+     }}};
 
 TEST(FaultInjection, EveryReplyReachesTheCallerWithServiceErrorsTranslated) {
     const ObRef<ObDictionary> info =
         ObDictionary::make({{ObLocalizedDescriptionKey, ObString::make("from the service")}});
     // Each error the service gives and what the caller must get: the table's
-    // codes translated, other domains' errors and success unchanged.
+    // codes translated, a code it lacks as 0, other domains' errors (told
+    // apart by exact text) and success unchanged.
+    const ObRef<ObString> serviceDomain = ObString::make(KVErrorDomain->text());
     std::vector<std::pair<ObRef<ObError>, ObRef<ObError>>> injected;
     for (const CodeRow& row : expectedErrorCodes)
-        injected.emplace_back(ObError::make(KVErrorDomain, row.serviceCode, info),
+        injected.emplace_back(ObError::make(serviceDomain, row.serviceCode, info),
                               ObError::make(VRErrorDomain, row.vrCode, info));
+    injected.emplace_back(ObError::make(serviceDomain, -9999, info),
+                          ObError::make(VRErrorDomain, 0, info));
     for (const ObRef<ObError>& same :
-         {ObError::make(ObString::make("Caller"), -1, nullptr),
+         {ObError::make(ObString::make("org.kavelin.kverrordomain"), -1, nullptr),
+          ObError::make(nullptr, -3, nullptr),
           KVLegacyHelper::vrErrorWithCode_andMessage(-4, nullptr), ObRef<ObError>()})
         injected.emplace_back(same, same);
 
     for (FakeReplyMode mode : {FakeReplyMode::AtOnce, FakeReplyMode::OwnThread})
         for (int deliveries : {1, 2})
-            for (int path = 0; path < 4; ++path)
+            for (const auto& [pathName, request] : paths)
                 for (const auto& pair : injected) {
                     // References, not a structured binding: clang 14 cannot capture one.
                     const ObRef<ObError>& error = pair.first;
                     const ObRef<ObError>& expected = pair.second;
                     SCOPED_TRACE(::testing::Message()
-                                 << pathNames[path] << ", mode " << int(mode) << ", " << deliveries
+                                 << pathName << ", mode " << int(mode) << ", " << deliveries
                                  << " replies: " << printed(error));
                     const ObRef<FakeService> service = FakeService::make();
                     const KVScopedClientBackend installed(service);
@@ -66,7 +71,7 @@ TEST(FaultInjection, EveryReplyReachesTheCallerWithServiceErrorsTranslated) {
                     // replying twice is forwarded twice. Every reply has come
                     // once the service's reply threads are joined.
                     std::atomic<int> replies{0}, wrong{0};
-                    request(path, *reference, [&](ObRef<ObError> one) {
+                    request(*reference, [&](ObRef<ObError> one) {
                         wrong += printed(one) != printed(expected) ||
                                  (one != expected && (!one || one->userInfo() != info));
                         ++replies;

@@ -12,27 +12,24 @@ using namespace tessiva::test;
 using testing::ElementsAre;
 
 TEST(Log, LinesAndTracesReachTheInnermostInstalledSink) {
-    auto outer = ObMake<CapturingLogSink>();
+    const LogCapture outer;
+    ObLog("first %d %@", 1, ObString::make("x"));
     {
-        ObScopedLogSink outerScope(outer);
-        ObLog("first %d %@", 1, ObString::make("x"));
-        {
-            const LogCapture inner;
-            ObLog("second");
-            EXPECT_THAT(inner.lines(), ElementsAre("second"));
-        }
-        ObLogWrite(ObLogPriority::Error, "third");
-        // Without a trace sink, traces become debug lines of the log; an
-        // installed trace sink is proved by the credential suites.
-        ObTraceLogWrite("step %d", -2, [](ObTraceMessage& message) {
-            message.setString("a", "1");
-            message.setString("b", nullptr);
-            message.setString("a", "3"); // keeps its place
-            message.setString(nullptr, "n");
-        });
+        const LogCapture inner;
+        ObLog("second");
+        EXPECT_THAT(inner.lines(), ElementsAre("second"));
     }
-    EXPECT_THAT(outer->lines(), ElementsAre("first 1 x", "third", "step -2 {a=3, b=, =n}"));
-    EXPECT_THAT(outer->priorities(),
+    ObLogWrite(ObLogPriority::Error, "third");
+    // Without a trace sink, traces become debug lines of the log; an
+    // installed trace sink is proved by the credential suites.
+    ObTraceLogWrite("step %d", -2, [](ObTraceMessage& message) {
+        message.setString("a", "1");
+        message.setString("b", nullptr);
+        message.setString("a", "3"); // keeps its place
+        message.setString(nullptr, "n");
+    });
+    EXPECT_THAT(outer.lines(), ElementsAre("first 1 x", "third", "step -2 {a=3, b=, =n}"));
+    EXPECT_THAT(outer.priorities(),
                 ElementsAre(ObLogPriority::Notice, ObLogPriority::Error, ObLogPriority::Debug));
 }
 

@@ -41,27 +41,23 @@ public:
     }
 };
 
-// Records every line written to the system log while installed.
-class CapturingLogSink final : public ObLogSink {
-    SharedList<std::string> lines_;
-    SharedList<ObLogPriority> priorities_;
-
-public:
-    void writeLine(ObLogPriority priority, std::string_view line) override {
-        lines_.add(std::string(line));
-        priorities_.add(priority);
-    }
-    std::vector<std::string> lines() const { return lines_.items(); }
-    std::vector<ObLogPriority> priorities() const { return priorities_.items(); }
-};
-
-// Installs a fresh capturing log sink for the life of the object.
+// Installs a sink that records every line written to the system log, with
+// its priority, for the life of the object.
 class LogCapture {
-    ObRef<CapturingLogSink> sink_ = ObMake<CapturingLogSink>();
+    struct Sink final : ObLogSink {
+        SharedList<std::string> lines;
+        SharedList<ObLogPriority> priorities;
+        void writeLine(ObLogPriority priority, std::string_view line) override {
+            lines.add(std::string(line));
+            priorities.add(priority);
+        }
+    };
+    ObRef<Sink> sink_ = ObMake<Sink>();
     ObScopedLogSink installed_{sink_};
 
 public:
-    std::vector<std::string> lines() const { return sink_->lines(); }
+    std::vector<std::string> lines() const { return sink_->lines.items(); }
+    std::vector<ObLogPriority> priorities() const { return sink_->priorities.items(); }
 };
 
 // Records trace messages and keeps their payload callbacks for the test to run.

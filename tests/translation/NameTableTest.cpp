@@ -48,49 +48,38 @@ std::string translated(NameTable& table, const ObRef<ObString>& name) {
 }
 
 TEST(NameTable, FindsEveryTextByAnyObjectInEitherLayout) {
-    const std::pair<ObRef<ObString>, std::string> cases[] = {
-        {&alpha, "7"},
-        {&alphaAgain, "7"},
-        {ObString::make("Alpha"), "7"},
-        {&alphq, "2"},
-        {ObString::make("Alphq"), "2"},
-        {ObString::make("ab"), "3"},
-        {ObString::make(""), "4"},
-        {ObString::make("AlphaBetaGammaDelta"), "5"},
-        // Shares the home slot of "Alpha" and "Alphq".
-        {ObString::make("AlphA"), "Unknown thing: 'AlphA'"},
-        {ObString::make("Alph"), "Unknown thing: 'Alph'"},
-        {nullptr, "Unknown thing: '(null)'"},
-    };
     for (NameTable* table : {&searched, &probing}) {
         SCOPED_TRACE(table == &searched ? "searched layout" : "probing layout");
-        for (const auto& [name, expected] : cases)
+        // Each row's own object and another with its text; "Alpha" has 7.
+        for (const auto& [name, number] : rows()) {
+            const std::string expected = std::to_string(name->isEqual(&alpha) ? 7 : number);
             EXPECT_EQ(translated(*table, name), expected);
+            EXPECT_EQ(translated(*table, ObString::make(name->text())), expected);
+        }
+        // "AlphA" shares the home slot of "Alpha" and "Alphq".
+        for (const std::string text : {"AlphA", "Alph"})
+            EXPECT_EQ(translated(*table, ObString::make(text)), "Unknown thing: '" + text + "'");
+        EXPECT_EQ(translated(*table, nullptr), "Unknown thing: '(null)'");
     }
 }
 
 // Texts of each length class (bytes, half words, whole words with an
-// overlapping tail), equal and one byte off at the start, middle and end.
+// overlapping tail), equal, one byte longer, and one byte off at the start,
+// middle and end.
 TEST(NameTable, ComparesTextByLengthAndEveryByte) {
-    const std::tuple<const char*, const char*, bool> cases[] = {
-        {"", "", true},
-        {"ab", "ab", true},
-        {"ab", "ac", false},
-        {"ab", "abc", false},
-        {"Alpha", "Alpha", true},
-        {"Alpha", "xlpha", false},
-        {"Alpha", "Alpho", false},
-        {"Passcode", "Passcode", true},
-        {"Passcode", "PasscodE", false},
-        {"AlphaBetaGammaDelta", "AlphaBetaGammaDelta", true},
-        {"AlphaBetaGammaDelta", "AlphaBetXGammaDelta", false},
-        {"AlphaBetaGammaDelta", "AlphaBetaGammaDeltA", false},
-        {"EventPassphrase!", "EventPassphrase?", false},
-        {"EventPassphrase!", "EventPassphrase!", true},
+    const auto same = [](const std::string& left, const std::string& right) {
+        return sameText(*ObString::make(left), *ObString::make(right));
     };
-    for (const auto& [left, right, same] : cases) {
-        EXPECT_EQ(sameText(*ObString::make(left), *ObString::make(right)), same)
-            << left << " / " << right;
+    for (const std::string text :
+         {"", "ab", "Alpha", "Passcode", "EventPassphrase!", "AlphaBetaGammaDelta"}) {
+        SCOPED_TRACE(text);
+        EXPECT_TRUE(same(text, text));
+        EXPECT_FALSE(same(text, text + "x"));
+        for (std::size_t at = 0; !text.empty() && at < 3; ++at) {
+            std::string off = text;
+            off[at * (text.size() - 1) / 2] ^= 0x20;
+            EXPECT_FALSE(same(text, off)) << at;
+        }
     }
 }
 

@@ -41,27 +41,6 @@ TEST(NameTranslation, EveryFormTranslatesKnownNamesAndReportsTheOthers) {
     }
 }
 
-// Other domains, told apart by text, pass through as the very same error. The
-// fault suite checks every code, those the table lacks too, on every reply path.
-TEST(ErrorTranslation, OnlyServiceErrorsAreRenumberedAndKeepTheirUserInfo) {
-    const ObRef<ObDictionary> userInfo = dict({{ObLocalizedDescriptionKey, str("Canceled.")}});
-    const ObRef<ObString> domain = str(KVErrorDomain->text());
-    for (const CodeRow& row : expectedErrorCodes) {
-        const auto vrError =
-            KVLegacyHelper::vrErrorFromKVError(ObError::make(domain, row.serviceCode, userInfo));
-        EXPECT_TRUE(vrError->domain()->isEqual(VRErrorDomain));
-        EXPECT_EQ(vrError->code(), row.vrCode) << "service code " << row.serviceCode;
-        EXPECT_EQ(vrError->userInfo(), userInfo);
-    }
-    EXPECT_TRUE(KVLegacyHelper::vrErrorFromKVError(nullptr) == nullptr);
-    for (const ObRef<ObString>& other : {ObRef<ObString>(VRErrorDomain), str("org.example.Other"),
-                                         str("org.kavelin.kverrordomain"), ObRef<ObString>()}) {
-        const ObRef<ObError> error = ObError::make(other, -3, nullptr);
-        EXPECT_EQ(KVLegacyHelper::vrErrorFromKVError(error), error)
-            << ObFormat("%@", other)->text();
-    }
-}
-
 TEST(HintsTranslation, TranslatesOrReportsTheFirstFailure) {
     CallerString filterKey("EventFilter");
     const ObRef<ObObject> getRemote = VRHintEventProcessingGetRemoteViewController;
@@ -127,11 +106,10 @@ TEST(HintsTranslation, TranslatesOrReportsTheFirstFailure) {
 // the error reported, and never for one thrown away.
 TEST(HintsTranslation, PassesTheCallersObjectsThroughAndPrintsAnUnknownHintOnce) {
     CallerString event("EventPasscode"), bogus("Bogus");
-    const ObRef<ObObject> flag = num(1), timeout = dict({}), filter = array({&event});
+    const ObRef<ObObject> flag = num(1), filter = array({&event});
     const auto option = [](ObString* hint, const ObRef<ObObject>& value, ObInteger number) {
         return KVLegacyHelper::optionsFromVRHints(dict({{hint, value}}))->objectForKey(num(number));
     };
-    EXPECT_EQ(option(VRHintTimeout, timeout, 1001), timeout);
     const auto processed = ob_cast<ObDictionary>(option(
         VRHintEventProcessing,
         dict({{&event, dict({{VRHintEventProcessingGetRemoteViewController, flag}})}}), 1007));
