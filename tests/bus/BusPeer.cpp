@@ -1,15 +1,13 @@
 // A second client process for the daemon's tests. It reaches the daemon on
 // DBUS_SESSION_BUS_ADDRESS and reports on standard output, one line a step:
-//   bus_peer restore HANDLE           restores the context: its creator, or the error
-//   bus_peer enter HANDLE PASSCODE    restores the context and enters the passcode
-//   bus_peer evaluate                 makes a context, evaluates with a delegate that
-//                                     never answers; prints the handle at the event,
-//                                     then waits to be killed
-//   bus_peer evaluations N            makes a context and runs N evaluations, each
-//                                     answered by its delegate; prints "N done"
-//   bus_peer authenticate PASSCODE    makes a context and evaluates once, each
-//                                     passcode event answered with PASSCODE;
-//                                     prints the outcome
+//   bus_peer restore HANDLE [PASSCODE]  restores the context: its creator, or the
+//                                       error; then enters the passcode if given
+//   bus_peer evaluate                   makes a context, evaluates with a delegate
+//                                       that never answers; prints the handle at
+//                                       the event, then waits to be killed
+//   bus_peer evaluations N PASSCODE     makes a context and runs N evaluations,
+//                                       each passcode event answered with PASSCODE;
+//                                       prints each failure, then "<successes> done"
 // HANDLE is hexadecimal.
 #include "Outcome.h"
 #include "tessiva/kavelin/KVBusService.h"
@@ -78,13 +76,11 @@ std::string evaluate(const ObRef<KVClient>& client) {
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "restore" && argc == 3) {
-        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+    if (command == "restore" && (argc == 3 || argc == 4)) {
+        ObRef<KVClient> client = connect(unhex(argv[2]), nullptr);
+        if (client)
             std::printf("restored, made by %s\n", client->creatorDisplayName()->cString());
-        return 0;
-    }
-    if (command == "enter" && argc == 4) {
-        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+        if (client && argc == 4)
             client->enterPassword_reply(ObString::make(argv[3]), [](bool, ObRef<ObError> error) {
                 std::printf("%s\n", error ? describe(nullptr, error).c_str() : "success");
             });
@@ -99,9 +95,9 @@ int main(int argc, char** argv) {
             evaluate(client);
         return 1; // killed before this, or the evaluation failed
     }
-    if (command == "evaluations" && argc == 3) {
+    if (command == "evaluations" && argc == 4) {
         const int count = std::stoi(argv[2]);
-        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>("1234", nullptr));
+        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(argv[3], nullptr));
         int succeeded = 0;
         for (int i = 0; client && i < count; ++i) {
             const std::string outcome = evaluate(client);
@@ -115,16 +111,7 @@ int main(int argc, char** argv) {
         std::printf("%d done\n", succeeded);
         return 0;
     }
-    if (command == "authenticate" && argc == 3) {
-        if (ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(argv[2], nullptr))) {
-            std::printf("%s\n", evaluate(client).c_str());
-            client->invalidate();
-        }
-        return 0;
-    }
-    std::fprintf(
-        stderr,
-        "usage: bus_peer restore HANDLE | enter HANDLE PASSCODE | evaluate | evaluations N | "
-        "authenticate PASSCODE\n");
+    std::fprintf(stderr,
+                 "usage: bus_peer restore HANDLE [PASSCODE] | evaluate | evaluations N PASSCODE\n");
     return 2;
 }

@@ -78,11 +78,11 @@ TEST(PamThroughDaemon, AnotherUidAuthenticatesAsItselfOnly) {
     auto authenticateAs = [&](uid_t uid, const char* password) {
         const std::string id = std::to_string(uid);
         ChildProcess peer({TESSIVA_SETPRIV, "--reuid=" + id, "--regid=" + id, "--clear-groups",
-                           TESSIVA_BUS_PEER, "authenticate", password},
+                           TESSIVA_BUS_PEER, "evaluations", "1", password},
                           {"DBUS_SESSION_BUS_ADDRESS=" + backend.address()});
         return peer.readLine();
     };
-    EXPECT_EQ(authenticateAs(otherUid, otherPassword), success);
+    EXPECT_EQ(authenticateAs(otherUid, otherPassword), "1 done");
     EXPECT_EQ(authenticateAs(otherUid, ownPassword),
               "error -1: Authentication failed: too many wrong passcodes (3).");
     backend.finish();

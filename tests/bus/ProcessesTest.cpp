@@ -23,7 +23,11 @@ using detail::bus::BusError;
 using detail::bus::BusRef;
 using detail::bus::connectToBus;
 using detail::bus::MessageRef;
-using detail::bus::SlotRef;
+
+// The arguments of Connect for a new context.
+void newContext(sd_bus_message* m) {
+    sd_bus_message_append(m, "vb", "g", "", 0);
+}
 
 // Tells the first event it gets, and never answers.
 class SilentDelegate final : public KVUIDelegate {
@@ -82,37 +86,8 @@ public:
         return counts;
     }
 
-    // Watches for another connection going; waitForDisconnection() then
-    // returns once the bus has told of it.
-    void awaitDisconnection() {
-        gone_ = false;
-        sd_bus_match_signal(
-            bus_.get(), armed_.put(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "NameOwnerChanged",
-            [](sd_bus_message* m, void* flag, sd_bus_error*) {
-                const char *name = nullptr, *from = nullptr, *to = nullptr;
-                if (sd_bus_message_read(m, "sss", &name, &from, &to) >= 0 && *name == ':' &&
-                    *to == '\0')
-                    *static_cast<bool*>(flag) = true;
-                return 0;
-            },
-            &gone_);
-    }
-    void waitForDisconnection() {
-        waitUntil(
-            [&] {
-                if (!gone_ && sd_bus_process(bus_.get(), nullptr) == 0)
-                    sd_bus_wait(bus_.get(), 100000); // a tenth of a second, to look at the clock
-                return gone_;
-            },
-            "the bus to tell of a connection going");
-        armed_.reset();
-    }
-
 private:
     BusRef bus_;
-    SlotRef armed_;
-    bool gone_ = false;
 };
 
 class DaemonProcessesTest : public ::testing::Test, protected ServiceCalls {
@@ -137,6 +112,19 @@ protected:
         }
         EXPECT_EQ(seen, expected) << behaviour;
     }
+    // The outcome of an evaluation once the passcode is entered, which finds
+    // nothing to answer until the evaluation has begun; an evaluation
+    // refused at once ends the wait with its reason.
+    std::string enteredOnceAsked(const ObRef<KVClient>& client,
+                                 std::future<std::string> evaluation) {
+        waitUntil(
+            [&] {
+                return evaluation.wait_for(std::chrono::seconds(0)) == std::future_status::ready ||
+                       enterPassword(client, "1234") == "success";
+            },
+            "the evaluation to take the passcode");
+        return outcome(std::move(evaluation));
+    }
     std::map<std::string, std::uint64_t> idle(std::uint64_t contexts) const {
         return {{"calls", 0},           {"clients", 0},     {"connections", 0},
                 {"contexts", contexts}, {"evaluations", 0}, {"events", 0}};
@@ -155,49 +143,32 @@ TEST_F(DaemonProcessesTest, AHandleReachesItsContextFromAnotherProcessOfTheSameU
     const std::string handle = hex(client->externalizedContext());
     std::string creator;
     std::getline(std::ifstream("/proc/self/comm"), creator);
-    EXPECT_EQ(peer({"restore", handle}).readLine(), "restored, made by " + creator);
-
     // The evaluation waits for the passcode, which another process enters.
     auto evaluation = start(client);
     delegate->waitUntilAsked();
-    EXPECT_EQ(peer({"enter", handle, "1234"}).readLine(), "success");
+    ChildProcess entering = peer({"restore", handle, "1234"});
+    EXPECT_EQ(entering.readLine(), "restored, made by " + creator);
+    EXPECT_EQ(entering.readLine(), "success");
     EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply"), success);
 
     if (geteuid() != 0)
         GTEST_SKIP() << "another user needs root to switch to";
-    EXPECT_EQ(peer({"restore", handle}, true).readLine(), unknownHandle);
-    EXPECT_EQ(peer({"enter", handle, "1234"}, true).readLine(), unknownHandle);
+    EXPECT_EQ(peer({"restore", handle, "1234"}, true).readLine(), unknownHandle);
 }
 
 TEST_F(DaemonProcessesTest, AClientKilledMidEvaluationLeavesOnlyItsContext) {
     ChildProcess killed = peer({"evaluate"});
     const std::string handle = killed.readLine(); // its delegate has the event
     EXPECT_EQ(raw.statistics().at("evaluations"), 1u);
-    raw.awaitDisconnection();
     killed.signal(SIGKILL);
-    raw.waitForDisconnection();
-    // The daemon keeps the client until the service has ended its evaluation,
-    // which a loaded machine may take a while to do; then nothing stays.
-    waitUntil([&] { return raw.statistics().at("evaluations") == 0; },
-              "the killed client's evaluation to end");
-    EXPECT_EQ(raw.statistics(), idle(1));
+    // Once the bus has told of its going and the service has ended its
+    // evaluation, only the context stays.
+    expectStatistics(idle(1), "the killed client's evaluation to end");
 
     // Its evaluation ended: the context takes a new one.
     ObRef<KVClient> restored = connect(nullptr, unhex(handle));
     ASSERT_TRUE(restored) << refusal;
-    auto evaluation = start(restored);
-    std::string entered;
-    // Until the evaluation has begun, the passcode finds nothing to answer;
-    // an evaluation refused at once ends the loop with its reason below.
-    waitUntil(
-        [&] {
-            return evaluation.wait_for(std::chrono::seconds(0)) == std::future_status::ready ||
-                   (entered = enterPassword(restored, "1234")) == "success" ||
-                   entered != "error -1005: No evaluation is waiting for a passcode.";
-        },
-        "the restored context's evaluation to take the passcode");
-    EXPECT_EQ(entered, "success");
-    EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply"), success);
+    EXPECT_EQ(enteredOnceAsked(restored, start(restored)), success);
 }
 
 TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServes) {
@@ -219,10 +190,7 @@ TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServ
     EXPECT_EQ(refusal, unknownHandle);
     ObRef<KVClient> fresh = connect();
     ASSERT_TRUE(fresh) << refusal;
-    auto answered = start(fresh);
-    waitUntil([&] { return enterPassword(fresh, "1234") == "success"; },
-              "the new daemon's evaluation to take the passcode");
-    EXPECT_EQ(await(std::move(answered), "the evaluation's reply"), success);
+    EXPECT_EQ(enteredOnceAsked(fresh, start(fresh)), success);
 }
 
 // A context outlives its last client by the idle time, and a client that
@@ -266,10 +234,7 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     const std::string unknownClient = "org.tessiva.Authentication1.Error.UnknownClient: ";
     std::uint64_t mine = 0;
     MessageRef reply;
-    ASSERT_EQ(raw.call(
-                  "Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); },
-                  &reply),
-              "ok");
+    ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
     sd_bus_message_read(reply.get(), "t", &mine);
 
     const struct {
@@ -316,7 +281,6 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
         unknownClient + "No client " + std::to_string(mine) + " of this connection");
 
     // A flood of contexts stops at the limit, and nothing else is kept.
-    auto newContext = [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); };
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
     EXPECT_EQ(
@@ -331,7 +295,7 @@ TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
     const auto before = raw.statistics();
     EXPECT_EQ(before, idle(0));
     runTogether(8, [&](int) {
-        ChildProcess loaded = peer({"evaluations", "100"});
+        ChildProcess loaded = peer({"evaluations", "100", "1234"});
         EXPECT_EQ(loaded.readLine(), "100 done");
         EXPECT_EQ(loaded.wait(), 0);
     });
@@ -348,9 +312,7 @@ TEST_F(DaemonProcessesTest, StatisticsCountWhatTheDaemonHolds) {
     ObRef<KVClient> evaluating = connect(delegate);
     ObRef<KVClient> restored = connect(nullptr, evaluating->externalizedContext());
     ASSERT_TRUE(restored) << refusal;
-    ASSERT_EQ(
-        raw.call("Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); }),
-        "ok");
+    ASSERT_EQ(raw.call("Connect", newContext), "ok");
     auto evaluation = start(evaluating);
     delegate->waitUntilAsked();
     std::map<std::string, std::uint64_t> held = {{"calls", 1},       {"clients", 3},
@@ -378,19 +340,13 @@ TEST(DaemonRestart, ALostBusConnectionIsMadeAgain) {
     const std::string socket = directory + "/bus", listen = "unix:path=" + socket;
     auto bus = std::make_unique<PrivateBus>(listen);
     auto daemon = std::make_unique<DaemonProcess>(bus->address());
-    // Without the bus's id, which a restarted bus changes.
-    const ObRef<KVBusService> service = KVBusService::make(str(listen));
-    std::string refusal;
-    auto setUp = [&] {
-        bool made = false;
-        service->clientWithExternalizedContext_uiDelegate_reply(
-            nullptr, nullptr, [&](ObRef<KVClient> client, ObRef<ObError> error) {
-                made = bool(client);
-                refusal = describe(nullptr, error);
-            });
-        return made;
-    };
-    ASSERT_TRUE(setUp()) << refusal;
+    struct : ServiceCalls {
+        // Without the bus's id, which a restarted bus changes.
+        ObRef<KVClientBackend> service;
+        ObRef<KVClientBackend> callee() override { return service; }
+    } calls;
+    calls.service = KVBusService::make(str(listen));
+    ASSERT_TRUE(calls.connect()) << calls.refusal;
     EXPECT_EQ(daemon->stop(), 0);
     bus.reset();
     std::remove(socket.c_str());
@@ -398,7 +354,7 @@ TEST(DaemonRestart, ALostBusConnectionIsMadeAgain) {
     daemon = std::make_unique<DaemonProcess>(bus->address());
     // The backend learns of the loss on its own thread; until then a set-up
     // may fail on the old connection.
-    waitUntil(setUp, "a set-up to reach the restarted daemon");
+    waitUntil([&] { return bool(calls.connect()); }, "a set-up to reach the restarted daemon");
     EXPECT_EQ(daemon->stop(), 0);
     bus.reset();
     std::filesystem::remove_all(directory);
