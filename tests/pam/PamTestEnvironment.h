@@ -11,6 +11,9 @@ inline constexpr const char* pamUser = "alice";
 inline constexpr const char* pamPassword = "correct horse";
 inline constexpr const char* pamOtherUser = "bob";
 inline constexpr const char* pamOtherPassword = "battery staple";
+// A user the daemon's callers switch to, with pamOtherPassword; the user
+// running the tests has pamPassword.
+inline constexpr unsigned pamOtherUid = 65534;
 // Known to the password database, but allowed only another service.
 inline constexpr const char* pamForeignUser = "dora";
 } // namespace tessiva::test

@@ -1,12 +1,15 @@
 // The PAM suites' main: it writes a PAM service directory and password
 // databases of its own, then runs the suites in a child process with
-// pam_wrapper preloaded, so that PAM reads only those files.
+// pam_wrapper preloaded, so that PAM reads only those files; so does any
+// daemon the suites start. The user running the tests, and the one of
+// pamOtherUid, are known there too: the daemon authenticates its callers.
 #include "PamTestEnvironment.h"
 #include "PamWrapper.h"
 
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +17,12 @@
 namespace {
 namespace fs = std::filesystem;
 using namespace tessiva::test;
+
+// The name of a user of this machine, or none.
+std::string userName(uid_t uid) {
+    const passwd* entry = getpwuid(uid);
+    return entry != nullptr ? entry->pw_name : "";
+}
 
 // One service per case the suites need: the plain one, one with a module
 // that talks first (PAM_TEXT_INFO / PAM_ERROR_MSG), one that asks with echo on,
@@ -28,7 +37,10 @@ void writeServices(const fs::path& directory) {
         const fs::path passdb = directory / (std::string(service) + ".passdb");
         writeFile(passdb, std::string(pamUser) + ":" + pamPassword + ":" + service + "\n" +
                               pamOtherUser + ":" + pamOtherPassword + ":" + service + "\n" +
-                              pamForeignUser + ":" + pamPassword + ":elsewhere\n");
+                              pamForeignUser + ":" + pamPassword + ":elsewhere\n" +
+                              userName(geteuid()) + ":" + pamPassword + ":" + service + "\n" +
+                              userName(pamOtherUid) + ":" + pamOtherPassword + ":" + service +
+                              "\n");
         std::string options = " passdb=" + passdb.string();
         std::string chatter;
         if (service == std::string(pamVerboseService))
