@@ -14,8 +14,8 @@ namespace {
 class DaemonPam final : public DaemonBackend {
 public:
     DaemonPam() : DaemonBackend({"--service", "pam", "--pam-service", pamService}, {}) {}
-    std::string rightPasscode() const override { return pamPassword; }
-    std::string wrongPasscode() const override { return pamOtherPassword; }
+    std::string rightPasscode() const override { return pamCallerPassword; }
+    std::string wrongPasscode() const override { return pamOtherUidPassword; }
     std::string biometryRefusal() const override {
         return "No PAM service is configured for biometric authentication.";
     }
@@ -41,8 +41,8 @@ TEST(PamThroughDaemon, AnotherUidAuthenticatesAsItselfOnly) {
                           {"DBUS_SESSION_BUS_ADDRESS=" + backend.address()});
         return peer.readLine();
     };
-    EXPECT_EQ(authenticateAs(pamOtherUid, pamOtherPassword), "1 done");
-    EXPECT_EQ(authenticateAs(pamOtherUid, pamPassword),
+    EXPECT_EQ(authenticateAs(pamOtherUid, pamOtherUidPassword), "1 done");
+    EXPECT_EQ(authenticateAs(pamOtherUid, pamCallerPassword),
               "error -1: Authentication failed: too many wrong passcodes (3).");
     backend.finish();
 }

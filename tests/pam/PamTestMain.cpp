@@ -38,8 +38,8 @@ void writeServices(const fs::path& directory) {
         writeFile(passdb, std::string(pamUser) + ":" + pamPassword + ":" + service + "\n" +
                               pamOtherUser + ":" + pamOtherPassword + ":" + service + "\n" +
                               pamForeignUser + ":" + pamPassword + ":elsewhere\n" +
-                              userName(geteuid()) + ":" + pamPassword + ":" + service + "\n" +
-                              userName(pamOtherUid) + ":" + pamOtherPassword + ":" + service +
+                              userName(geteuid()) + ":" + pamCallerPassword + ":" + service + "\n" +
+                              userName(pamOtherUid) + ":" + pamOtherUidPassword + ":" + service +
                               "\n");
         std::string options = " passdb=" + passdb.string();
         std::string chatter;
