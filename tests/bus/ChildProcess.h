@@ -122,7 +122,6 @@ public:
         pid_ = -1;
         return status;
     }
-    pid_t pid() const noexcept { return pid_; }
 
 private:
     // Appends what the stream has next; false at its end.

@@ -53,8 +53,6 @@ public:
     explicit RawConnection(const std::string& address) {
         connectToBus({BusAddress::Kind::address, address}, nullptr, bus_);
     }
-    sd_bus* bus() const noexcept { return bus_.get(); }
-
     // Calls the daemon's method with arguments that `write` appends; "ok",
     // or the D-Bus error's name and message.
     std::string call(const char* member, const std::function<void(sd_bus_message*)>& write,
@@ -107,8 +105,7 @@ protected:
         std::map<std::string, std::uint64_t> seen;
         try {
             waitUntil([&] { return (seen = raw.statistics()) == expected; }, behaviour);
-        } catch (const WaitTimedOut& timedOut) {
-            ADD_FAILURE() << timedOut.what();
+        } catch (const WaitTimedOut&) { // the figures below tell where they stopped
         }
         EXPECT_EQ(seen, expected) << behaviour;
     }
