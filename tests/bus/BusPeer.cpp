@@ -2,12 +2,11 @@
 // DBUS_SESSION_BUS_ADDRESS and reports on standard output, one line a step:
 //   bus_peer restore HANDLE [PASSCODE]  restores the context: its creator, or the
 //                                       error; then enters the passcode if given
-//   bus_peer evaluate                   makes a context, evaluates with a delegate
-//                                       that never answers; prints the handle at
-//                                       the event, then waits to be killed
-//   bus_peer evaluations N PASSCODE     makes a context and runs N evaluations,
+//   bus_peer evaluations N [PASSCODE]   makes a context and runs N evaluations,
 //                                       each passcode event answered with PASSCODE;
-//                                       prints each failure, then "<successes> done"
+//                                       prints each failure, then "<successes> done".
+//                                       Without PASSCODE it prints the handle at the
+//                                       first event, then waits to be killed
 // HANDLE is hexadecimal.
 #include "Outcome.h"
 #include "tessiva/kavelin/KVBusService.h"
@@ -18,6 +17,7 @@
 #include <future>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 using tessiva::test::hex;
@@ -31,20 +31,18 @@ std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error)
         ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
 }
 
-// Answers each active passcode event with the passcode, or never when it is
-// empty; tells the first event to `asked`.
+// Answers each active passcode event with the passcode; without one, never
+// answers, and tells the first event to `asked`.
 class PeerDelegate final : public KVUIDelegate {
 public:
     PeerDelegate(std::string passcode, std::function<void()> asked)
         : passcode_(std::move(passcode)), asked_(std::move(asked)) {}
     void event_params_reply(ObInteger, const ObRef<ObDictionary>& params,
                             KVUIReply reply) override {
-        if (asked_) {
-            asked_();
-            asked_ = nullptr;
-        }
         auto active = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(0)));
-        if (!passcode_.empty() && active && active->boolValue())
+        if (passcode_.empty() && asked_)
+            std::exchange(asked_, nullptr)();
+        else if (!passcode_.empty() && active && active->boolValue())
             reply(ObDictionary::make({{ObNumber::make(0), ObString::make(passcode_)}}), nullptr);
     }
 
@@ -86,18 +84,12 @@ int main(int argc, char** argv) {
             });
         return 0;
     }
-    if (command == "evaluate") {
+    if (command == "evaluations" && (argc == 3 || argc == 4)) {
+        const int count = std::stoi(argv[2]);
         ObRef<KVClient> client;
-        client = connect(nullptr, ObMake<PeerDelegate>("", [&] {
+        client = connect(nullptr, ObMake<PeerDelegate>(argc == 4 ? argv[3] : "", [&] {
                              std::printf("%s\n", hex(client->externalizedContext()).c_str());
                          }));
-        if (client)
-            evaluate(client);
-        return 1; // killed before this, or the evaluation failed
-    }
-    if (command == "evaluations" && argc == 4) {
-        const int count = std::stoi(argv[2]);
-        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(argv[3], nullptr));
         int succeeded = 0;
         for (int i = 0; client && i < count; ++i) {
             const std::string outcome = evaluate(client);
@@ -111,7 +103,6 @@ int main(int argc, char** argv) {
         std::printf("%d done\n", succeeded);
         return 0;
     }
-    std::fprintf(stderr,
-                 "usage: bus_peer restore HANDLE [PASSCODE] | evaluate | evaluations N PASSCODE\n");
+    std::fprintf(stderr, "usage: bus_peer restore HANDLE [PASSCODE] | evaluations N [PASSCODE]\n");
     return 2;
 }

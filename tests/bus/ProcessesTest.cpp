@@ -154,7 +154,7 @@ TEST_F(DaemonProcessesTest, AHandleReachesItsContextFromAnotherProcessOfTheSameU
 }
 
 TEST_F(DaemonProcessesTest, AClientKilledMidEvaluationLeavesOnlyItsContext) {
-    ChildProcess killed = peer({"evaluate"});
+    ChildProcess killed = peer({"evaluations", "1"});
     const std::string handle = killed.readLine(); // its delegate has the event
     EXPECT_EQ(raw.statistics().at("evaluations"), 1u);
     killed.signal(SIGKILL);
