@@ -1,9 +1,9 @@
-// The daemon among processes: a handle restored in another process and
-// refused to another user, a client killed mid-evaluation, the daemon
-// stopped and restarted under live clients, bad peers, and load.
+// The daemon hosting the simulated service: the conformance suite, then the
+// daemon among processes: a handle restored in another process and refused
+// to another user, a client killed mid-evaluation, the daemon stopped and
+// restarted under live clients, bad peers, and load.
+#include "DaemonBackend.h"
 #include "Outcome.h"
-#include "PrivateBus.h"
-#include "conformance/BackendConformance.h"
 #include "services/dbus/BusConnect.h"
 #include "tessiva/kavelin/KVBusService.h"
 
@@ -18,6 +18,18 @@
 
 namespace tessiva::test {
 namespace {
+class DaemonSimulated final : public DaemonBackend {
+public:
+    DaemonSimulated() : DaemonBackend({}, {}) {}
+    std::string rightPasscode() const override { return KVSimulatedService::defaultPasscode; }
+    std::string biometryRefusal() const override { return "This device has no ridge-scan sensor."; }
+};
+
+INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
+                         ::testing::Values(BackendMaker{
+                             "ThroughDaemon", [] { return std::make_unique<DaemonSimulated>(); }}),
+                         backendName);
+
 using detail::bus::BusAddress;
 using detail::bus::BusError;
 using detail::bus::BusRef;
