@@ -6,25 +6,20 @@
 
 namespace tessiva::test {
 
-// A dbus-daemon of the test's own; on the given address, or on one of its
-// own choosing.
+// A dbus-daemon of the test's own; on the given address, or on one it
+// chooses in /tmp.
 class PrivateBus {
 public:
-    explicit PrivateBus(const std::string& listen = "")
-        : process_(arguments(listen)), address_(process_.readLine()) {
+    explicit PrivateBus(const std::string& listen = "unix:tmpdir=/tmp")
+        : process_({TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG, "--nofork",
+                    "--print-address=1", "--address=" + listen}),
+          address_(process_.readLine()) {
         if (address_.empty())
             throw std::runtime_error("the private dbus-daemon did not start");
     }
     const std::string& address() const noexcept { return address_; }
 
 private:
-    static std::vector<std::string> arguments(const std::string& listen) {
-        std::vector<std::string> argv = {TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG,
-                                         "--nofork", "--print-address=1"};
-        if (!listen.empty())
-            argv.push_back("--address=" + listen);
-        return argv;
-    }
     ChildProcess process_;
     std::string address_;
 };
@@ -34,7 +29,7 @@ class DaemonProcess {
 public:
     DaemonProcess(const std::string& address, std::vector<std::string> options = {},
                   std::vector<std::string> env = {})
-        : process_(arguments(address, std::move(options)), std::move(env)) {
+        : process_(withDaemon(address, std::move(options)), std::move(env)) {
         if (process_.readLine() != "tessivad: ready")
             throw std::runtime_error("tessivad did not start");
     }
@@ -45,11 +40,10 @@ public:
     }
 
 private:
-    static std::vector<std::string> arguments(const std::string& address,
-                                              std::vector<std::string> options) {
-        std::vector<std::string> argv = {TESSIVA_DAEMON, "--address", address};
-        argv.insert(argv.end(), options.begin(), options.end());
-        return argv;
+    static std::vector<std::string> withDaemon(const std::string& address,
+                                               std::vector<std::string> options) {
+        options.insert(options.begin(), {TESSIVA_DAEMON, "--address", address});
+        return options;
     }
     ChildProcess process_;
 };

@@ -13,7 +13,6 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
-#include <semaphore>
 #include <systemd/sd-bus.h>
 
 namespace tessiva::test {
@@ -41,22 +40,10 @@ void newContext(sd_bus_message* m) {
     sd_bus_message_append(m, "vb", "g", "", 0);
 }
 
-// Tells the first event it gets, and never answers.
-class SilentDelegate final : public KVUIDelegate {
-public:
-    void event_params_reply(ObInteger, const ObRef<ObDictionary>&, KVUIReply) override {
-        if (!told_.exchange(true))
-            asked_.release();
-    }
-    void waitUntilAsked() {
-        if (!asked_.try_acquire_until(deadlineFromNow()))
-            throw WaitTimedOut("the delegate's first event");
-    }
-
-private:
-    std::binary_semaphore asked_{0};
-    std::atomic<bool> told_{false};
-};
+// A delegate that never answers; `asked` is ready at its first event.
+ObRef<KVUIDelegate> silent(std::promise<void>& asked) {
+    return ObMake<ScriptedDelegate>(std::vector<Answer>{[&asked](auto&) { asked.set_value(); }});
+}
 
 // A connection of the test's own to the private bus, for what the client
 // backend never sends.
@@ -147,14 +134,14 @@ protected:
 };
 
 TEST_F(DaemonProcessesTest, AHandleReachesItsContextFromAnotherProcessOfTheSameUserOnly) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> client = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> client = connect(silent(asked));
     const std::string handle = hex(client->externalizedContext());
     std::string creator;
     std::getline(std::ifstream("/proc/self/comm"), creator);
     // The evaluation waits for the passcode, which another process enters.
     auto evaluation = start(client);
-    delegate->waitUntilAsked();
+    await(asked.get_future(), "the delegate's first event");
     ChildProcess entering = peer({"restore", handle, "1234"});
     EXPECT_EQ(entering.readLine(), "restored, made by " + creator);
     EXPECT_EQ(entering.readLine(), "success");
@@ -181,10 +168,10 @@ TEST_F(DaemonProcessesTest, AClientKilledMidEvaluationLeavesOnlyItsContext) {
 }
 
 TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServes) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> client = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> client = connect(silent(asked));
     auto evaluation = start(client);
-    delegate->waitUntilAsked();
+    await(asked.get_future(), "the delegate's first event");
     EXPECT_EQ(daemon->stop(), 0);
     EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply").substr(0, 57),
               "error -1000: The authentication daemon cannot be reached:");
@@ -317,13 +304,13 @@ TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
 // three clients, and one evaluation waiting on its call and on the answer
 // to its event.
 TEST_F(DaemonProcessesTest, StatisticsCountWhatTheDaemonHolds) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> evaluating = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> evaluating = connect(silent(asked));
     ObRef<KVClient> restored = connect(nullptr, evaluating->externalizedContext());
     ASSERT_TRUE(restored) << refusal;
     ASSERT_EQ(raw.call("Connect", newContext), "ok");
     auto evaluation = start(evaluating);
-    delegate->waitUntilAsked();
+    await(asked.get_future(), "the delegate's first event");
     std::map<std::string, std::uint64_t> held = {{"calls", 1},       {"clients", 3},
                                                  {"connections", 2}, {"contexts", 2},
                                                  {"evaluations", 1}, {"events", 1}};
