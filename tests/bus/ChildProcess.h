@@ -45,10 +45,9 @@ public:
         // The variables added replace those of the same name.
         std::vector<std::string> env = extraEnv;
         for (char** entry = environ; *entry != nullptr; ++entry) {
-            const std::string_view name(*entry, std::strcspn(*entry, "="));
-            if (std::none_of(extraEnv.begin(), extraEnv.end(), [&](const std::string& added) {
-                    return added.compare(0, name.size() + 1, std::string(name) + "=") == 0;
-                }))
+            const std::string_view name(*entry, std::strcspn(*entry, "=") + 1); // with its "="
+            if (std::none_of(extraEnv.begin(), extraEnv.end(),
+                             [&](const std::string& added) { return added.starts_with(name); }))
                 env.emplace_back(*entry);
         }
         std::vector<char*> args, envp;
