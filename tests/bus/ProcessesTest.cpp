@@ -336,12 +336,7 @@ TEST(DaemonRestart, ALostBusConnectionIsMadeAgain) {
     const std::string socket = directory + "/bus", listen = "unix:path=" + socket;
     auto bus = std::make_unique<PrivateBus>(listen);
     auto daemon = std::make_unique<DaemonProcess>(bus->address());
-    struct : ServiceCalls {
-        // Without the bus's id, which a restarted bus changes.
-        ObRef<KVClientBackend> service;
-        ObRef<KVClientBackend> callee() override { return service; }
-    } calls;
-    calls.service = KVBusService::make(str(listen));
+    CallsOn calls(KVBusService::make(str(listen))); // without the bus's id, which a restart changes
     ASSERT_TRUE(calls.connect()) << calls.refusal;
     EXPECT_EQ(daemon->stop(), 0);
     bus.reset();

@@ -28,23 +28,16 @@ INSTANTIATE_TEST_SUITE_P(Pam, BackendConformanceTest,
                              "InProcess", [] { return std::make_unique<InProcessPam>(); }}),
                          backendName);
 
-// Calls on a PAM service of the given configuration.
-class PamCalls final : public ServiceCalls {
-public:
-    explicit PamCalls(const KVPAMConfiguration& configuration)
-        : service_(KVPAMService::make(configuration)) {}
-    // The outcome of one evaluation of `policy` whose three passcode events
-    // are answered with the password.
-    std::string evaluate(const char* password, ObInteger policy) {
-        ObRef<KVClient> client =
-            connect(ObMake<ScriptedDelegate>(std::vector<Answer>(3, response(password))));
-        return client ? outcome(start(client, nullptr, policy)) : refusal;
-    }
-
-private:
-    ObRef<KVClientBackend> callee() override { return service_; }
-    const ObRef<KVClientBackend> service_;
-};
+// The outcome of one evaluation of `policy` on a PAM service of the
+// configuration, its three passcode events answered with the password.
+std::string evaluate(const KVPAMConfiguration& configuration, const char* password,
+                     ObInteger policy) {
+    CallsOn calls(KVPAMService::make(configuration));
+    ObRef<KVClient> client =
+        calls.connect(ObMake<ScriptedDelegate>(std::vector<Answer>(3, response(password))));
+    return client ? ServiceCalls::outcome(ServiceCalls::start(client, nullptr, policy))
+                  : calls.refusal;
+}
 
 // What PAM's modules say before a prompt travels with it to the VR delegate;
 // the passwords it answers with must never reach the log.
@@ -106,9 +99,9 @@ TEST(PamService, WhatPamRefusesFailsWithItsOwnCode) {
     };
     for (const auto& [configuration, password, outcome] : cases) {
         SCOPED_TRACE(configuration.service + " " + configuration.user);
-        EXPECT_EQ(PamCalls(configuration)
-                      .evaluate(password, configuration.biometricService.empty() ? 1000 : 1),
-                  outcome);
+        EXPECT_EQ(
+            evaluate(configuration, password, configuration.biometricService.empty() ? 1000 : 1),
+            outcome);
     }
 }
 

@@ -27,10 +27,8 @@ INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
 
 // What a passcode the service is given leaves it accepting.
 std::string evaluateWith(const ObRef<KVSimulatedService>& service, const char* answer) {
-    ObRef<KVClient> client;
-    service->clientWithExternalizedContext_uiDelegate_reply(
-        nullptr, ObMake<ScriptedDelegate>(std::vector{response(answer)}),
-        [&](ObRef<KVClient> made, ObRef<ObError>) { client = made; });
+    ObRef<KVClient> client =
+        CallsOn(service).connect(ObMake<ScriptedDelegate>(std::vector{response(answer)}));
     return ServiceCalls::outcome(ServiceCalls::start(client, dict({{num(1004), num(1)}})));
 }
 
