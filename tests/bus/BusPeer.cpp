@@ -10,13 +10,11 @@
 // HANDLE is hexadecimal.
 #include "Outcome.h"
 #include "tessiva/kavelin/KVBusService.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/Ob.h"
 
 #include <cstdio>
 #include <future>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace {
