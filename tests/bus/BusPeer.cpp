@@ -1,25 +1,21 @@
 // A second client process for the daemon's tests. It reaches the daemon on
 // DBUS_SESSION_BUS_ADDRESS and reports on standard output, one line a step:
-//   bus_peer restore HANDLE           restores the context: its creator, or the error
-//   bus_peer enter HANDLE PASSCODE    restores the context and enters the passcode
-//   bus_peer evaluate                 makes a context, evaluates with a delegate that
-//                                     never answers; prints the handle at the event,
-//                                     then waits to be killed
-//   bus_peer evaluations N            makes a context and runs N evaluations, each
-//                                     answered by its delegate; prints "N done"
-//   bus_peer authenticate PASSCODE    makes a context and evaluates once, each
-//                                     passcode event answered with PASSCODE;
-//                                     prints the outcome
+//   bus_peer restore HANDLE [PASSCODE]  restores the context: its creator, or the
+//                                       error; then enters the passcode if given
+//   bus_peer evaluations N [PASSCODE]   makes a context and runs N evaluations,
+//                                       each passcode event answered with PASSCODE;
+//                                       prints each failure, then "<successes> done".
+//                                       Without PASSCODE it prints the handle at the
+//                                       first event, then waits to be killed
 // HANDLE is hexadecimal.
 #include "Outcome.h"
 #include "tessiva/kavelin/KVBusService.h"
-#include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/Ob.h"
 
 #include <cstdio>
 #include <future>
 #include <string>
-#include <unistd.h>
+#include <utility>
 
 namespace {
 using tessiva::test::hex;
@@ -33,20 +29,18 @@ std::string describe(const ObRef<ObObject>& result, const ObRef<ObError>& error)
         ObFormat("error %ld: %@", error->code(), error->localizedDescription())->text());
 }
 
-// Answers each active passcode event with the passcode, or never when it is
-// empty; tells the first event to `asked`.
+// Answers each active passcode event with the passcode; without one, never
+// answers, and tells the first event to `asked`.
 class PeerDelegate final : public KVUIDelegate {
 public:
     PeerDelegate(std::string passcode, std::function<void()> asked)
         : passcode_(std::move(passcode)), asked_(std::move(asked)) {}
     void event_params_reply(ObInteger, const ObRef<ObDictionary>& params,
                             KVUIReply reply) override {
-        if (asked_) {
-            asked_();
-            asked_ = nullptr;
-        }
         auto active = ob_cast<ObNumber>(params->objectForKey(ObNumber::make(0)));
-        if (!passcode_.empty() && active && active->boolValue())
+        if (passcode_.empty() && asked_)
+            std::exchange(asked_, nullptr)();
+        else if (!passcode_.empty() && active && active->boolValue())
             reply(ObDictionary::make({{ObNumber::make(0), ObString::make(passcode_)}}), nullptr);
     }
 
@@ -78,30 +72,22 @@ std::string evaluate(const ObRef<KVClient>& client) {
 int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::string command = argc > 1 ? argv[1] : "";
-    if (command == "restore" && argc == 3) {
-        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+    if (command == "restore" && (argc == 3 || argc == 4)) {
+        ObRef<KVClient> client = connect(unhex(argv[2]), nullptr);
+        if (client)
             std::printf("restored, made by %s\n", client->creatorDisplayName()->cString());
-        return 0;
-    }
-    if (command == "enter" && argc == 4) {
-        if (ObRef<KVClient> client = connect(unhex(argv[2]), nullptr))
+        if (client && argc == 4)
             client->enterPassword_reply(ObString::make(argv[3]), [](bool, ObRef<ObError> error) {
                 std::printf("%s\n", error ? describe(nullptr, error).c_str() : "success");
             });
         return 0;
     }
-    if (command == "evaluate") {
+    if (command == "evaluations" && (argc == 3 || argc == 4)) {
+        const int count = std::stoi(argv[2]);
         ObRef<KVClient> client;
-        client = connect(nullptr, ObMake<PeerDelegate>("", [&] {
+        client = connect(nullptr, ObMake<PeerDelegate>(argc == 4 ? argv[3] : "", [&] {
                              std::printf("%s\n", hex(client->externalizedContext()).c_str());
                          }));
-        if (client)
-            evaluate(client);
-        return 1; // killed before this, or the evaluation failed
-    }
-    if (command == "evaluations" && argc == 3) {
-        const int count = std::stoi(argv[2]);
-        ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>("1234", nullptr));
         int succeeded = 0;
         for (int i = 0; client && i < count; ++i) {
             const std::string outcome = evaluate(client);
@@ -115,16 +101,6 @@ int main(int argc, char** argv) {
         std::printf("%d done\n", succeeded);
         return 0;
     }
-    if (command == "authenticate" && argc == 3) {
-        if (ObRef<KVClient> client = connect(nullptr, ObMake<PeerDelegate>(argv[2], nullptr))) {
-            std::printf("%s\n", evaluate(client).c_str());
-            client->invalidate();
-        }
-        return 0;
-    }
-    std::fprintf(
-        stderr,
-        "usage: bus_peer restore HANDLE | enter HANDLE PASSCODE | evaluate | evaluations N | "
-        "authenticate PASSCODE\n");
+    std::fprintf(stderr, "usage: bus_peer restore HANDLE [PASSCODE] | evaluations N [PASSCODE]\n");
     return 2;
 }

@@ -1,9 +1,9 @@
-// The daemon among processes: a handle restored in another process and
-// refused to another user, a client killed mid-evaluation, the daemon
-// stopped and restarted under live clients, bad peers, and load.
+// The daemon hosting the simulated service: the conformance suite, then the
+// daemon among processes: a handle restored in another process and refused
+// to another user, a client killed mid-evaluation, the daemon stopped and
+// restarted under live clients, bad peers, and load.
+#include "DaemonBackend.h"
 #include "Outcome.h"
-#include "PrivateBus.h"
-#include "conformance/BackendConformance.h"
 #include "services/dbus/BusConnect.h"
 #include "tessiva/kavelin/KVBusService.h"
 
@@ -13,34 +13,37 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <map>
-#include <semaphore>
 #include <systemd/sd-bus.h>
 
 namespace tessiva::test {
 namespace {
+class DaemonSimulated final : public DaemonBackend {
+public:
+    DaemonSimulated() : DaemonBackend({}, {}) {}
+    std::string rightPasscode() const override { return KVSimulatedService::defaultPasscode; }
+    std::string biometryRefusal() const override { return "This device has no ridge-scan sensor."; }
+};
+
+INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
+                         ::testing::Values(BackendMaker{
+                             "ThroughDaemon", [] { return std::make_unique<DaemonSimulated>(); }}),
+                         backendName);
+
 using detail::bus::BusAddress;
 using detail::bus::BusError;
 using detail::bus::BusRef;
 using detail::bus::connectToBus;
 using detail::bus::MessageRef;
-using detail::bus::SlotRef;
 
-// Tells the first event it gets, and never answers.
-class SilentDelegate final : public KVUIDelegate {
-public:
-    void event_params_reply(ObInteger, const ObRef<ObDictionary>&, KVUIReply) override {
-        if (!told_.exchange(true))
-            asked_.release();
-    }
-    void waitUntilAsked() {
-        if (!asked_.try_acquire_until(deadlineFromNow()))
-            throw WaitTimedOut("the delegate's first event");
-    }
+// The arguments of Connect for a new context.
+void newContext(sd_bus_message* m) {
+    sd_bus_message_append(m, "vb", "g", "", 0);
+}
 
-private:
-    std::binary_semaphore asked_{0};
-    std::atomic<bool> told_{false};
-};
+// A delegate that never answers; `asked` is ready at its first event.
+ObRef<KVUIDelegate> silent(std::promise<void>& asked) {
+    return ObMake<ScriptedDelegate>(std::vector<Answer>{[&asked](auto&) { asked.set_value(); }});
+}
 
 // A connection of the test's own to the private bus, for what the client
 // backend never sends.
@@ -49,8 +52,6 @@ public:
     explicit RawConnection(const std::string& address) {
         connectToBus({BusAddress::Kind::address, address}, nullptr, bus_);
     }
-    sd_bus* bus() const noexcept { return bus_.get(); }
-
     // Calls the daemon's method with arguments that `write` appends; "ok",
     // or the D-Bus error's name and message.
     std::string call(const char* member, const std::function<void(sd_bus_message*)>& write,
@@ -82,37 +83,8 @@ public:
         return counts;
     }
 
-    // Watches for another connection going; waitForDisconnection() then
-    // returns once the bus has told of it.
-    void awaitDisconnection() {
-        gone_ = false;
-        sd_bus_match_signal(
-            bus_.get(), armed_.put(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "NameOwnerChanged",
-            [](sd_bus_message* m, void* flag, sd_bus_error*) {
-                const char *name = nullptr, *from = nullptr, *to = nullptr;
-                if (sd_bus_message_read(m, "sss", &name, &from, &to) >= 0 && *name == ':' &&
-                    *to == '\0')
-                    *static_cast<bool*>(flag) = true;
-                return 0;
-            },
-            &gone_);
-    }
-    void waitForDisconnection() {
-        waitUntil(
-            [&] {
-                if (!gone_ && sd_bus_process(bus_.get(), nullptr) == 0)
-                    sd_bus_wait(bus_.get(), 100000); // a tenth of a second, to look at the clock
-                return gone_;
-            },
-            "the bus to tell of a connection going");
-        armed_.reset();
-    }
-
 private:
     BusRef bus_;
-    SlotRef armed_;
-    bool gone_ = false;
 };
 
 class DaemonProcessesTest : public ::testing::Test, protected ServiceCalls {
@@ -132,10 +104,22 @@ protected:
         std::map<std::string, std::uint64_t> seen;
         try {
             waitUntil([&] { return (seen = raw.statistics()) == expected; }, behaviour);
-        } catch (const WaitTimedOut& timedOut) {
-            ADD_FAILURE() << timedOut.what();
+        } catch (const WaitTimedOut&) { // the figures below tell where they stopped
         }
         EXPECT_EQ(seen, expected) << behaviour;
+    }
+    // The outcome of an evaluation once the passcode is entered, which finds
+    // nothing to answer until the evaluation has begun; an evaluation
+    // refused at once ends the wait with its reason.
+    std::string enteredOnceAsked(const ObRef<KVClient>& client,
+                                 std::future<std::string> evaluation) {
+        waitUntil(
+            [&] {
+                return evaluation.wait_for(std::chrono::seconds(0)) == std::future_status::ready ||
+                       enterPassword(client, "1234") == "success";
+            },
+            "the evaluation to take the passcode");
+        return outcome(std::move(evaluation));
     }
     std::map<std::string, std::uint64_t> idle(std::uint64_t contexts) const {
         return {{"calls", 0},           {"clients", 0},     {"connections", 0},
@@ -150,61 +134,44 @@ protected:
 };
 
 TEST_F(DaemonProcessesTest, AHandleReachesItsContextFromAnotherProcessOfTheSameUserOnly) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> client = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> client = connect(silent(asked));
     const std::string handle = hex(client->externalizedContext());
     std::string creator;
     std::getline(std::ifstream("/proc/self/comm"), creator);
-    EXPECT_EQ(peer({"restore", handle}).readLine(), "restored, made by " + creator);
-
     // The evaluation waits for the passcode, which another process enters.
     auto evaluation = start(client);
-    delegate->waitUntilAsked();
-    EXPECT_EQ(peer({"enter", handle, "1234"}).readLine(), "success");
+    await(asked.get_future(), "the delegate's first event");
+    ChildProcess entering = peer({"restore", handle, "1234"});
+    EXPECT_EQ(entering.readLine(), "restored, made by " + creator);
+    EXPECT_EQ(entering.readLine(), "success");
     EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply"), success);
 
     if (geteuid() != 0)
         GTEST_SKIP() << "another user needs root to switch to";
-    EXPECT_EQ(peer({"restore", handle}, true).readLine(), unknownHandle);
-    EXPECT_EQ(peer({"enter", handle, "1234"}, true).readLine(), unknownHandle);
+    EXPECT_EQ(peer({"restore", handle, "1234"}, true).readLine(), unknownHandle);
 }
 
 TEST_F(DaemonProcessesTest, AClientKilledMidEvaluationLeavesOnlyItsContext) {
-    ChildProcess killed = peer({"evaluate"});
+    ChildProcess killed = peer({"evaluations", "1"});
     const std::string handle = killed.readLine(); // its delegate has the event
     EXPECT_EQ(raw.statistics().at("evaluations"), 1u);
-    raw.awaitDisconnection();
     killed.signal(SIGKILL);
-    raw.waitForDisconnection();
-    // The daemon keeps the client until the service has ended its evaluation,
-    // which a loaded machine may take a while to do; then nothing stays.
-    waitUntil([&] { return raw.statistics().at("evaluations") == 0; },
-              "the killed client's evaluation to end");
-    EXPECT_EQ(raw.statistics(), idle(1));
+    // Once the bus has told of its going and the service has ended its
+    // evaluation, only the context stays.
+    expectStatistics(idle(1), "the killed client's evaluation to end");
 
     // Its evaluation ended: the context takes a new one.
     ObRef<KVClient> restored = connect(nullptr, unhex(handle));
     ASSERT_TRUE(restored) << refusal;
-    auto evaluation = start(restored);
-    std::string entered;
-    // Until the evaluation has begun, the passcode finds nothing to answer;
-    // an evaluation refused at once ends the loop with its reason below.
-    waitUntil(
-        [&] {
-            return evaluation.wait_for(std::chrono::seconds(0)) == std::future_status::ready ||
-                   (entered = enterPassword(restored, "1234")) == "success" ||
-                   entered != "error -1005: No evaluation is waiting for a passcode.";
-        },
-        "the restored context's evaluation to take the passcode");
-    EXPECT_EQ(entered, "success");
-    EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply"), success);
+    EXPECT_EQ(enteredOnceAsked(restored, start(restored)), success);
 }
 
 TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServes) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> client = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> client = connect(silent(asked));
     auto evaluation = start(client);
-    delegate->waitUntilAsked();
+    await(asked.get_future(), "the delegate's first event");
     EXPECT_EQ(daemon->stop(), 0);
     EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply").substr(0, 57),
               "error -1000: The authentication daemon cannot be reached:");
@@ -219,10 +186,7 @@ TEST_F(DaemonProcessesTest, EvaluationsFailWhenTheDaemonGoesAndARestartedOneServ
     EXPECT_EQ(refusal, unknownHandle);
     ObRef<KVClient> fresh = connect();
     ASSERT_TRUE(fresh) << refusal;
-    auto answered = start(fresh);
-    waitUntil([&] { return enterPassword(fresh, "1234") == "success"; },
-              "the new daemon's evaluation to take the passcode");
-    EXPECT_EQ(await(std::move(answered), "the evaluation's reply"), success);
+    EXPECT_EQ(enteredOnceAsked(fresh, start(fresh)), success);
 }
 
 // A context outlives its last client by the idle time, and a client that
@@ -266,10 +230,7 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     const std::string unknownClient = "org.tessiva.Authentication1.Error.UnknownClient: ";
     std::uint64_t mine = 0;
     MessageRef reply;
-    ASSERT_EQ(raw.call(
-                  "Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); },
-                  &reply),
-              "ok");
+    ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
     sd_bus_message_read(reply.get(), "t", &mine);
 
     const struct {
@@ -316,7 +277,6 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
         unknownClient + "No client " + std::to_string(mine) + " of this connection");
 
     // A flood of contexts stops at the limit, and nothing else is kept.
-    auto newContext = [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); };
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
     EXPECT_EQ(
@@ -331,7 +291,7 @@ TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
     const auto before = raw.statistics();
     EXPECT_EQ(before, idle(0));
     runTogether(8, [&](int) {
-        ChildProcess loaded = peer({"evaluations", "100"});
+        ChildProcess loaded = peer({"evaluations", "100", "1234"});
         EXPECT_EQ(loaded.readLine(), "100 done");
         EXPECT_EQ(loaded.wait(), 0);
     });
@@ -344,15 +304,13 @@ TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
 // three clients, and one evaluation waiting on its call and on the answer
 // to its event.
 TEST_F(DaemonProcessesTest, StatisticsCountWhatTheDaemonHolds) {
-    auto delegate = ObMake<SilentDelegate>();
-    ObRef<KVClient> evaluating = connect(delegate);
+    std::promise<void> asked;
+    ObRef<KVClient> evaluating = connect(silent(asked));
     ObRef<KVClient> restored = connect(nullptr, evaluating->externalizedContext());
     ASSERT_TRUE(restored) << refusal;
-    ASSERT_EQ(
-        raw.call("Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "g", "", 0); }),
-        "ok");
+    ASSERT_EQ(raw.call("Connect", newContext), "ok");
     auto evaluation = start(evaluating);
-    delegate->waitUntilAsked();
+    await(asked.get_future(), "the delegate's first event");
     std::map<std::string, std::uint64_t> held = {{"calls", 1},       {"clients", 3},
                                                  {"connections", 2}, {"contexts", 2},
                                                  {"evaluations", 1}, {"events", 1}};
@@ -378,19 +336,8 @@ TEST(DaemonRestart, ALostBusConnectionIsMadeAgain) {
     const std::string socket = directory + "/bus", listen = "unix:path=" + socket;
     auto bus = std::make_unique<PrivateBus>(listen);
     auto daemon = std::make_unique<DaemonProcess>(bus->address());
-    // Without the bus's id, which a restarted bus changes.
-    const ObRef<KVBusService> service = KVBusService::make(str(listen));
-    std::string refusal;
-    auto setUp = [&] {
-        bool made = false;
-        service->clientWithExternalizedContext_uiDelegate_reply(
-            nullptr, nullptr, [&](ObRef<KVClient> client, ObRef<ObError> error) {
-                made = bool(client);
-                refusal = describe(nullptr, error);
-            });
-        return made;
-    };
-    ASSERT_TRUE(setUp()) << refusal;
+    CallsOn calls(KVBusService::make(str(listen))); // without the bus's id, which a restart changes
+    ASSERT_TRUE(calls.connect()) << calls.refusal;
     EXPECT_EQ(daemon->stop(), 0);
     bus.reset();
     std::remove(socket.c_str());
@@ -398,7 +345,7 @@ TEST(DaemonRestart, ALostBusConnectionIsMadeAgain) {
     daemon = std::make_unique<DaemonProcess>(bus->address());
     // The backend learns of the loss on its own thread; until then a set-up
     // may fail on the old connection.
-    waitUntil(setUp, "a set-up to reach the restarted daemon");
+    waitUntil([&] { return bool(calls.connect()); }, "a set-up to reach the restarted daemon");
     EXPECT_EQ(daemon->stop(), 0);
     bus.reset();
     std::filesystem::remove_all(directory);

@@ -3,6 +3,7 @@
 #include "services/dbus/ValueCodec.h"
 
 #include "platform/PlatformTestSupport.h"
+#include "services/dbus/SdBus.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 
 #include <climits>
@@ -13,6 +14,7 @@
 namespace tessiva::test {
 namespace {
 using detail::bus::appendValue;
+using detail::bus::MessageRef;
 using detail::bus::readValue;
 
 // The value with every kind spelled out, so that true and 1, or an array and
@@ -58,18 +60,16 @@ public:
         sd_bus_close_unref(bus_);
         close(sockets_[1]);
     }
-    sd_bus_message* make() {
-        sd_bus_message* message = nullptr;
-        sd_bus_message_new_method_call(bus_, &message, "a.b", "/a", "a.b", "C");
+    MessageRef make() {
+        MessageRef message;
+        sd_bus_message_new_method_call(bus_, message.put(), "a.b", "/a", "a.b", "C");
         return message;
     }
     // Seals the message for reading and reads one value back.
-    static std::string read(sd_bus_message* message, ObRef<ObObject>& value) {
-        sd_bus_message_seal(message, 1, 0);
-        sd_bus_message_rewind(message, true);
-        std::string problem = readValue(message, value);
-        sd_bus_message_unref(message);
-        return problem;
+    static std::string read(const MessageRef& message, ObRef<ObObject>& value) {
+        sd_bus_message_seal(message.get(), 1, 0);
+        sd_bus_message_rewind(message.get(), true);
+        return readValue(message.get(), value);
     }
 
 private:
@@ -126,8 +126,8 @@ TEST(ValueCodecTest, EveryKindComesBackExactly) {
     };
     for (const ObRef<ObObject>& value : values) {
         SCOPED_TRACE(typed(value).substr(0, 80));
-        sd_bus_message* message = messages.make();
-        ASSERT_EQ(appendValue(message, value), nullptr);
+        const MessageRef message = messages.make();
+        ASSERT_EQ(appendValue(message.get(), value), nullptr);
         ObRef<ObObject> back = str("not read");
         EXPECT_EQ(Messages::read(message, back), "");
         EXPECT_EQ(typed(back), typed(value));
@@ -160,9 +160,7 @@ TEST(ValueCodecTest, WhatCannotCrossIsAParameterError) {
     };
     for (const auto& [value, reason] : cases) {
         SCOPED_TRACE(reason);
-        sd_bus_message* message = messages.make();
-        ObRef<ObError> error = appendValue(message, value);
-        sd_bus_message_unref(message);
+        ObRef<ObError> error = appendValue(messages.make().get(), value);
         ASSERT_NE(error, nullptr);
         EXPECT_EQ(error->code(), KVErrorInvalidParameter);
         EXPECT_EQ(error->localizedDescription()->text(),
@@ -218,8 +216,8 @@ TEST(ValueCodecTest, APeersMalformedValueIsRefusedWithItsReason) {
     };
     for (const auto& [write, problem] : cases) {
         SCOPED_TRACE(problem);
-        sd_bus_message* message = messages.make();
-        write(message);
+        const MessageRef message = messages.make();
+        write(message.get());
         ObRef<ObObject> value;
         EXPECT_EQ(Messages::read(message, value), problem);
     }

@@ -172,6 +172,16 @@ protected:
     virtual ObRef<KVClientBackend> callee() = 0;
 };
 
+// Calls on a backend the test made.
+class CallsOn : public ServiceCalls {
+public:
+    explicit CallsOn(ObRef<KVClientBackend> backend) : backend_(std::move(backend)) {}
+
+private:
+    ObRef<KVClientBackend> callee() override { return backend_; }
+    const ObRef<KVClientBackend> backend_;
+};
+
 class BackendConformanceTest : public ::testing::TestWithParam<BackendMaker>,
                                protected ServiceCalls {
 protected:

@@ -1,11 +1,9 @@
 // The PAM service in this process, against pam_matrix with the service files
 // and passwords of PamTestMain: the conformance suite, then what only PAM
-// does, through the VR interface on the service's own threads.
+// does.
 #include "PamTestEnvironment.h"
 #include "conformance/BackendConformance.h"
 #include "support/RecordingUIDelegate.h"
-#include "tessiva/DelegateProxy.h"
-#include "tessiva/KVLegacyHelper.h"
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRCredentialReference.h"
 #include "tessiva/kavelin/KVPAMService.h"
@@ -30,70 +28,40 @@ INSTANTIATE_TEST_SUITE_P(Pam, BackendConformanceTest,
                              "InProcess", [] { return std::make_unique<InProcessPam>(); }}),
                          backendName);
 
-std::string printed(const ObRef<ObObject>& object) {
-    return std::string(ObFormat("%@", object)->text());
+// The outcome of one evaluation of `policy` on a PAM service of the
+// configuration, its three passcode events answered with the password.
+std::string evaluate(const KVPAMConfiguration& configuration, const char* password,
+                     ObInteger policy) {
+    CallsOn calls(KVPAMService::make(configuration));
+    ObRef<KVClient> client =
+        calls.connect(ObMake<ScriptedDelegate>(std::vector<Answer>(3, response(password))));
+    return client ? ServiceCalls::outcome(ServiceCalls::start(client, nullptr, policy))
+                  : calls.refusal;
 }
 
-ObRef<ObDictionary> consent(const char* password) {
-    return ObDictionary::make({{VREventConsentResponse, ObString::make(password)}});
-}
-
-std::string description(const ObRef<ObError>& error) {
-    return error ? printed(error->localizedDescription()) : "(no error)";
-}
-
-// A credential reference set up against the installed backend, evaluating
-// the device-owner policy; replies are kept in order.
-struct Session {
-    explicit Session(ObRef<VRUIDelegate> uiDelegate = RecordingUIDelegate::make())
-        : delegate(ob_cast<RecordingUIDelegate>(uiDelegate)) {
-        reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, uiDelegate, record());
-        EXPECT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
-    }
-    void evaluate() {
-        reference->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, nullptr, record());
-    }
-    // The reply of the evaluation started after set-up.
-    ObRef<ObError> outcome() { return replies.waitFor(1, "the evaluation's reply"); }
-    VRErrorReply record() {
-        return [this](ObRef<ObError> error) { replies.add(std::move(error)); };
-    }
-
-    const ObRef<RecordingUIDelegate> delegate;
-    const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
-    SharedList<ObRef<ObError>> replies;
-};
-
-// Answers every prompt with the same password at once.
-class AnsweringDelegate final : public VRUIDelegate {
-public:
-    explicit AnsweringDelegate(std::string password) : password_(std::move(password)) {}
-    void event_params_reply(const ObRef<ObString>&, const ObRef<ObDictionary>& params,
-                            VRUIReply reply) override {
-        if (ob_cast<ObNumber>(params->objectForKey(VREventParamActive))->boolValue())
-            reply(consent(password_.c_str()), nullptr);
-    }
-
-private:
-    const std::string password_;
-};
-
-// What PAM's modules say before a prompt travels with it; the password must
-// never reach the log.
+// What PAM's modules say before a prompt travels with it to the VR delegate;
+// the passwords it answers with must never reach the log.
 TEST(PamService, PamsMessagesTravelWithThePromptAndNoLogLineHoldsAPassword) {
     const KVScopedClientBackend installed(KVPAMService::make({pamVerboseService, pamUser, ""}));
     const LogCapture log;
     KVLogger::sharedInstance()->setLoggingEnabled(true);
-    Session session;
-    session.evaluate();
+    const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
+    const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
+    SharedList<ObRef<ObError>> replies;
+    auto record = [&](ObRef<ObError> error) { replies.add(std::move(error)); };
+    reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
+    EXPECT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
+    reference->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, nullptr, record);
     const std::string chatter = "Touch the key, or type the password.\nNo key is plugged in.";
-    const auto first = session.delegate->waitForEvent(0);
-    EXPECT_EQ(printed(first.params), "{Active = 1; SimpleStatus = 3; Status = " + chatter + "}");
-    first.reply(consent("wrong-guess"), nullptr);
-    EXPECT_EQ(printed(session.delegate->waitForEvent(1).params),
-              "{Active = 1; SimpleStatus = 2; Status = " + chatter + "}");
-    session.delegate->waitForEvent(1).reply(consent(pamPassword), nullptr);
-    EXPECT_EQ(session.outcome(), nullptr) << description(session.outcome());
+    int attemptsLeft = 3;
+    for (const char* password : {"wrong-guess", pamPassword}) {
+        const auto event = delegate->waitForEvent(std::size_t(3 - attemptsLeft));
+        EXPECT_EQ(ObFormat("%@", event.params)->text(),
+                  "{Active = 1; SimpleStatus = " + std::to_string(attemptsLeft--) +
+                      "; Status = " + chatter + "}");
+        event.reply(ObDictionary::make({{VREventConsentResponse, str(password)}}), nullptr);
+    }
+    EXPECT_EQ(replies.waitFor(1, "the evaluation's reply"), nullptr);
     KVLogger::sharedInstance()->setLoggingEnabled(false);
     const std::vector<std::string> lines = log.lines();
     EXPECT_FALSE(lines.empty());
@@ -104,73 +72,48 @@ TEST(PamService, PamsMessagesTravelWithThePromptAndNoLogLineHoldsAPassword) {
 }
 
 TEST(PamService, WhatPamRefusesFailsWithItsOwnCode) {
-    struct Case {
+    const std::string wrong = "error -1: Authentication failed: too many wrong passcodes (3).";
+    const struct {
         KVPAMConfiguration configuration;
         const char* password;
-        ObInteger code;
-        const char* message;
-    };
-    const Case cases[] = {
+        std::string outcome;
+    } cases[] = {
         // pam_matrix, like most modules, does not tell an unknown user from a
         // wrong password.
-        {{pamService, "mallory", ""},
-         pamPassword,
-         -1,
-         "Authentication failed: too many wrong passcodes (3)."},
+        {{pamService, "mallory", ""}, pamPassword, wrong},
         {{pamService, pamForeignUser, ""},
          pamPassword,
-         -1000,
-         "PAM does not let the user 'dora' in with the service 'tessiva-test': Permission "
-         "denied."},
+         "error -1002: PAM does not let the user 'dora' in with the service 'tessiva-test': "
+         "Permission denied."},
         {{"no-such-service", pamUser, ""},
          pamPassword,
-         -6,
-         "PAM could not start the service 'no-such-service': Critical error - immediate abort."},
+         "error -1000: PAM could not start the service 'no-such-service': Critical error - "
+         "immediate abort."},
         {{pamEchoService, pamUser, ""},
          pamPassword,
-         -6,
-         "PAM asked for visible input (\"Password: \"), which Tessiva does not give."},
+         "error -1000: PAM asked for visible input (\"Password: \"), which Tessiva does not give."},
         // A module that lets an empty password in unless told not to.
-        {{pamNullTokenService, pamUser, ""},
-         "",
-         -1,
-         "Authentication failed: too many wrong passcodes (3)."},
+        {{pamNullTokenService, pamUser, ""}, "", wrong},
+        // Policy 1 (ridge scan) runs the service configured for it.
+        {{"no-such-service", pamUser, pamService}, pamPassword, success},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.configuration.service + " " + c.configuration.user);
-        const KVScopedClientBackend installed(KVPAMService::make(c.configuration));
-        Session session(ObMake<AnsweringDelegate>(c.password));
-        session.evaluate();
-        const ObRef<ObError> error = session.outcome();
-        ASSERT_NE(error, nullptr);
-        EXPECT_EQ(error->code(), c.code);
-        EXPECT_EQ(description(error), c.message);
+    for (const auto& [configuration, password, outcome] : cases) {
+        SCOPED_TRACE(configuration.service + " " + configuration.user);
+        EXPECT_EQ(
+            evaluate(configuration, password, configuration.biometricService.empty() ? 1000 : 1),
+            outcome);
     }
 }
 
 // No backend installed: the process chose PAM by name (TESSIVA_SERVICE=pam,
 // TESSIVA_PAM_USER=alice).
 TEST(PamService, TheBackendChosenByNameAuthenticatesItsUser) {
-    Session session(ObMake<AnsweringDelegate>(pamPassword));
-    session.evaluate();
-    EXPECT_EQ(session.outcome(), nullptr) << description(session.outcome());
-}
-
-// Policy 1 (ridge scan only) has no VR name of its own here, so the service
-// is asked directly.
-TEST(PamService, TheBiometricPolicyRunsThePamServiceConfiguredForIt) {
-    const KVScopedClientBackend installed(KVPAMService::make({pamService, pamUser, pamService}));
-    const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
-    SharedList<ObRef<KVClient>> clients;
+    ObRef<KVClient> client;
     KVClient::clientWithExternalizedContext_uiDelegate_reply(
-        nullptr, KVLegacyHelper::uiDelegateFromVRUIDelegate(delegate),
-        [&](ObRef<KVClient> client, ObRef<ObError>) { clients.add(client); });
-    SharedList<ObRef<ObError>> outcomes;
-    clients.waitFor(0, "a client")
-        ->evaluatePolicy_options_reply(
-            1, nullptr, [&](ObRef<ObDictionary>, ObRef<ObError> error) { outcomes.add(error); });
-    delegate->waitForEvent(0).reply(consent(pamPassword), nullptr);
-    EXPECT_EQ(outcomes.waitFor(0, "the evaluation's reply"), nullptr);
+        nullptr, ObMake<ScriptedDelegate>(std::vector{response(pamPassword)}),
+        [&](ObRef<KVClient> made, ObRef<ObError>) { client = made; });
+    ASSERT_TRUE(client);
+    EXPECT_EQ(ServiceCalls::outcome(ServiceCalls::start(client)), success);
 }
 
 } // namespace

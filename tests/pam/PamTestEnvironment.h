@@ -11,6 +11,10 @@ inline constexpr const char* pamUser = "alice";
 inline constexpr const char* pamPassword = "correct horse";
 inline constexpr const char* pamOtherUser = "bob";
 inline constexpr const char* pamOtherPassword = "battery staple";
+// The daemon's callers: the user running the tests, and one it switches to.
+inline constexpr const char* pamCallerPassword = "own secret";
+inline constexpr unsigned pamOtherUid = 65534;
+inline constexpr const char* pamOtherUidPassword = "other secret";
 // Known to the password database, but allowed only another service.
 inline constexpr const char* pamForeignUser = "dora";
 } // namespace tessiva::test

@@ -27,15 +27,9 @@ INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
 
 // What a passcode the service is given leaves it accepting.
 std::string evaluateWith(const ObRef<KVSimulatedService>& service, const char* answer) {
-    std::promise<std::string> reply;
-    service->clientWithExternalizedContext_uiDelegate_reply(
-        nullptr, ObMake<ScriptedDelegate>(std::vector{response(answer)}),
-        [&](ObRef<KVClient> client, ObRef<ObError>) {
-            client->evaluatePolicy_options_reply(
-                1000, dict({{num(1004), num(1)}}),
-                [&](auto result, auto error) { reply.set_value(describe(result, error)); });
-        });
-    return await(reply.get_future(), "the evaluation's reply");
+    ObRef<KVClient> client =
+        CallsOn(service).connect(ObMake<ScriptedDelegate>(std::vector{response(answer)}));
+    return ServiceCalls::outcome(ServiceCalls::start(client, dict({{num(1004), num(1)}})));
 }
 
 TEST(SimulatedService, APasscodeSetOrFromTheEnvironmentIsAcceptedAndAnEmptyOneIsNot) {
