@@ -74,6 +74,7 @@ public:
     const char* message() const noexcept { return error_.message; }
 
 private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+    // All null, as SD_BUS_ERROR_NULL, whose compound literal is not C++.
+    sd_bus_error error_{};
 };
 } // namespace tessiva::detail::bus
