@@ -327,7 +327,7 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
     }
 
     ObRef<ObError> noService;
-    const ObRef<KVClientBackend> service = self.services_->forUser(uid, noService);
+    const ObRef<KVClientBackend> service = self.services_->forUser(uid, &noService);
     if (!service) {
         self.reply(call, connectWriter(0, nullptr, nullptr, noService));
         return 1;
@@ -508,7 +508,7 @@ int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
     // The service knows the context by its handle; a client of it ends it.
     ObRef<ObError> noService;
     if (const ObRef<KVClientBackend> service =
-            self.services_->forUser(found->second.uid, noService))
+            self.services_->forUser(found->second.uid, &noService))
         service->clientWithExternalizedContext_uiDelegate_reply(
             found->second.handle, nullptr, [](ObRef<KVClient> client, ObRef<ObError>) {
                 if (client)

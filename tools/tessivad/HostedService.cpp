@@ -14,7 +14,7 @@ namespace {
 class SharedService final : public HostedServices {
 public:
     explicit SharedService(ObRef<KVClientBackend> service) : service_(std::move(service)) {}
-    ObRef<KVClientBackend> forUser(uid_t, ObRef<ObError>&) override { return service_; }
+    ObRef<KVClientBackend> forUser(uid_t, ObRef<ObError>*) override { return service_; }
 
 private:
     const ObRef<KVClientBackend> service_;
@@ -26,15 +26,15 @@ class PAMServicePerUser final : public HostedServices {
 public:
     explicit PAMServicePerUser(KVPAMConfiguration configuration)
         : configuration_(std::move(configuration)) {}
-    ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>& failure) override {
+    ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>* error) override {
         if (auto found = services_.find(uid); found != services_.end())
             return found->second;
         KVPAMConfiguration configuration = configuration_;
         configuration.user = detail::userName(uid);
         if (configuration.user.empty()) {
-            failure = detail::kvError(KVErrorServiceUnavailable,
-                                      "The caller's user (uid " + std::to_string(uid) +
-                                          ") has no name on this system.");
+            *error = detail::kvError(KVErrorServiceUnavailable,
+                                     "The caller's user (uid " + std::to_string(uid) +
+                                         ") has no name on this system.");
             return nullptr;
         }
         ObRef<KVClientBackend> service = KVPAMService::make(std::move(configuration));

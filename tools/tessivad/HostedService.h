@@ -21,7 +21,7 @@ public:
     virtual ~HostedServices() = default;
     // The backend for the user with that uid; absent, with the error to
     // reply, when that user cannot be served.
-    virtual ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>& failure) = 0;
+    virtual ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>* error) = 0;
 };
 
 struct HostedServiceOptions {
