@@ -49,17 +49,24 @@ private:
 } // namespace
 
 std::unique_ptr<HostedServices> hostedServicesNamed(const HostedServiceOptions& options,
-                                                    std::string& problem) {
-    if (options.name == "simulated")
+                                                    bool systemBus, std::string& problem) {
+    const std::string name = !options.name.empty() ? options.name : systemBus ? "pam" : "simulated";
+    if (name == "simulated") {
+        if (systemBus) {
+            problem = "the simulated service cannot be hosted on the system bus: its one "
+                      "passcode would authenticate every user";
+            return nullptr;
+        }
         return std::make_unique<SharedService>(KVSimulatedService::make());
-    if (options.name == "pam") {
+    }
+    if (name == "pam") {
         if (!KVPAMService::isSupported()) {
             problem = "PAM support is not built into Tessiva";
             return nullptr;
         }
         return std::make_unique<PAMServicePerUser>(options.pam);
     }
-    problem = "unknown service '" + options.name + "' (expected " + hostedServiceNames + ")";
+    problem = "unknown service '" + name + "' (expected " + hostedServiceNames + ")";
     return nullptr;
 }
 } // namespace tessiva::daemon

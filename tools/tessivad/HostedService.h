@@ -25,12 +25,16 @@ public:
 };
 
 struct HostedServiceOptions {
-    std::string name = "simulated";
+    // Empty: the default for the bus, pam on the machine's system bus and
+    // simulated elsewhere.
+    std::string name;
     // Service names only: the user is always the caller's.
     KVPAMConfiguration pam;
 };
 
 // The services of that name; absent, with the reason, when there are none.
+// On the machine's system bus the simulated service is refused: its one
+// passcode would authenticate every user of the machine.
 std::unique_ptr<HostedServices> hostedServicesNamed(const HostedServiceOptions& options,
-                                                    std::string& problem);
+                                                    bool systemBus, std::string& problem);
 } // namespace tessiva::daemon

@@ -22,7 +22,9 @@ constexpr char usage[] =
     "  --session               the session bus (the default)\n"
     "  --system                the system bus, for deployment\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
-    "  --service NAME          the hosted service: simulated (default) or pam\n"
+    "  --service NAME          the hosted service: pam (the default on the system bus)\n"
+    "                          or simulated (the default elsewhere; refused on the\n"
+    "                          system bus, where its one passcode would let anyone in)\n"
     "  --pam-service NAME      the PAM service that judges passcodes (tessiva)\n"
     "  --pam-biometric-service NAME\n"
     "                          the PAM service for biometrics only (none: unavailable)\n"
@@ -91,10 +93,13 @@ int main(int argc, char** argv) {
             return badUsage("bad argument '" + std::string(argument) + "'");
         }
     }
+    // Chosen before connecting when --system says where the daemon serves,
+    // so that a refusal needs no bus; otherwise once the bus can be asked.
+    using Kind = tessiva::detail::bus::BusAddress::Kind;
     std::string problem;
-    std::unique_ptr<tessiva::daemon::HostedServices> services =
-        tessiva::daemon::hostedServicesNamed(options.service, problem);
-    if (!services)
+    std::unique_ptr<tessiva::daemon::HostedServices> services;
+    if (options.bus.kind == Kind::system &&
+        !(services = tessiva::daemon::hostedServicesNamed(options.service, true, problem)))
         return badUsage(problem);
 
     // Blocked before any thread starts, so that only the loop takes them.
@@ -111,6 +116,10 @@ int main(int argc, char** argv) {
     tessiva::detail::bus::BusRef bus;
     if (int result = tessiva::detail::bus::connectToBus(options.bus, &loop, bus); result < 0)
         return fail("cannot connect to the bus", result);
+    if (!services &&
+        !(services = tessiva::daemon::hostedServicesNamed(
+              options.service, tessiva::detail::bus::reachesSystemBus(bus.get()), problem)))
+        return badUsage(problem);
     // The daemon goes before the connection it serves on.
     tessiva::daemon::Daemon daemon(shared, bus.get(), std::move(services), options.limits);
     int result = 0;

@@ -1,7 +1,8 @@
 // KVBusService: a KVClient backend that reaches the authentication daemon,
 // tessivad, over D-Bus, so that contexts are shared between processes.
 //
-// The daemon hosts a service (the simulated one by default) and relays to it,
+// The daemon hosts a service (PAM on the system bus, where the simulated one is
+// refused; the simulated one by default elsewhere) and relays to it,
 // keeping the contract of KVClient.h across processes: contexts, handles,
 // options, events and codes are the hosted service's own. A context belongs
 // to the user who made it; the daemon treats a handle made by another user as

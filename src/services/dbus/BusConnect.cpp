@@ -3,6 +3,7 @@
 #include "BusConnect.h"
 
 #include <cerrno>
+#include <systemd/sd-id128.h>
 
 namespace tessiva::detail::bus {
 int connectToBus(const BusAddress& where, EventLoop* loop, BusRef& bus) {
@@ -32,5 +33,16 @@ int connectToBus(const BusAddress& where, EventLoop* loop, BusRef& bus) {
     if (result < 0)
         bus.reset();
     return result;
+}
+
+bool reachesSystemBus(sd_bus* bus) {
+    sd_id128_t id{};
+    if (sd_bus_get_bus_id(bus, &id) < 0)
+        return true;
+    BusRef system;
+    sd_id128_t systemId{};
+    if (sd_bus_open_system(system.put()) < 0 || sd_bus_get_bus_id(system.get(), &systemId) < 0)
+        return false;
+    return sd_id128_equal(id, systemId);
 }
 } // namespace tessiva::detail::bus

@@ -16,4 +16,10 @@ struct BusAddress {
 // Opens a started client connection to the bus, attached to the loop when
 // there is one; the negative error number when it cannot, `bus` then null.
 int connectToBus(const BusAddress& where, EventLoop* loop, BusRef& bus);
+
+// Whether the connection reaches the machine's system bus, by whatever
+// address: its bus is the one sd_bus_open_system reaches (the same bus id).
+// False when there is no system bus to reach; true when the connection's own
+// id cannot be read, so that a doubt counts as the system bus.
+bool reachesSystemBus(sd_bus* bus);
 } // namespace tessiva::detail::bus
