@@ -89,6 +89,11 @@ ObRef<ObObject> nested(int depth) {
 ObRef<ObObject> weighing(std::size_t bytes) {
     return dict({{str(std::string(bytes - bytes / 2, 'k')), str(std::string(bytes / 2, 'v'))}});
 }
+// The same with half of it in an error's domain, which counts too.
+ObRef<ObObject> errorWeighing(std::size_t bytes) {
+    return ObError::make(str(std::string(bytes / 2, 'd')), 1,
+                         dict({{str("k"), str(std::string(bytes - bytes / 2 - 1, 'v'))}}));
+}
 
 class Opaque final : public ObObject {
 public:
@@ -123,6 +128,7 @@ TEST(ValueCodecTest, EveryKindComesBackExactly) {
                       dict({{ObLocalizedDescriptionKey, str("gone")}, {str("n"), num(1)}})),
         nested(16),
         weighing(64 * 1024),
+        errorWeighing(64 * 1024),
     };
     for (const ObRef<ObObject>& value : values) {
         SCOPED_TRACE(typed(value).substr(0, 80));
@@ -157,6 +163,7 @@ TEST(ValueCodecTest, WhatCannotCrossIsAParameterError) {
         {ObData::make(std::string(64 * 1024 + 1, 'x').data(), 64 * 1024 + 1),
          "it holds more than 65536 bytes of text and data"},
         {weighing(64 * 1024 + 1), "it holds more than 65536 bytes of text and data"},
+        {errorWeighing(64 * 1024 + 1), "it holds more than 65536 bytes of text and data"},
     };
     for (const auto& [value, reason] : cases) {
         SCOPED_TRACE(reason);
@@ -211,6 +218,12 @@ TEST(ValueCodecTest, APeersMalformedValueIsRefusedWithItsReason) {
         {[](sd_bus_message* m) {
              const std::string key(32 * 1024 + 1, 'k'), text(32 * 1024, 'v');
              sd_bus_message_append(m, "v", "a{sv}", 1, key.c_str(), "s", text.c_str());
+         },
+         "it holds more than 65536 bytes of text and data"},
+        {[](sd_bus_message* m) {
+             const std::string domain(32 * 1024 + 1, 'd'), text(32 * 1024, 'v');
+             sd_bus_message_append(m, "v", "(sxv)", domain.c_str(), std::int64_t(1), "s",
+                                   text.c_str());
          },
          "it holds more than 65536 bytes of text and data"},
     };

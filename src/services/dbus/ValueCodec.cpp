@@ -177,6 +177,10 @@ private:
     std::string appendError(const ObError& error, int depth) {
         const ObRef<ObString> domain = error.domain();
         const std::string domainText(domain ? domain->text() : "");
+        // The domain is text like any other: it counts against the bound.
+        budget_.bytes += domainText.size();
+        if (std::string exceeded = budget_.exceeded(depth); !exceeded.empty())
+            return exceeded;
         if (!isValidUTF8WithoutNul(domainText))
             return "an error domain is not valid UTF-8 or holds a NUL";
         std::string problem = check({sd_bus_message_open_container(message_, 'v', "(sxv)"),
@@ -356,6 +360,10 @@ private:
             return "an error cannot be read";
         if (code < std::int64_t(LONG_MIN) || code > std::int64_t(LONG_MAX))
             return "an integer does not fit this machine's word";
+        // Counted before it is copied, as every text is.
+        budget_.bytes += std::strlen(domain);
+        if (std::string exceeded = budget_.exceeded(depth); !exceeded.empty())
+            return exceeded;
         const ObRef<ObString> domainText = ObString::make(domain);
         ObRef<ObObject> userInfo;
         if (std::string problem = read(userInfo, depth + 1); !problem.empty())
