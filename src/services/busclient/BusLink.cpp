@@ -2,7 +2,6 @@
 // run on its dispatcher.
 #include "BusLink.h"
 
-#include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
@@ -68,14 +67,8 @@ void deletePendingCall(void* userdata) {
 }
 } // namespace
 
-std::shared_ptr<BusLink> BusLink::open(const std::string& address, bool system,
-                                       std::string& problem) {
+std::shared_ptr<BusLink> BusLink::open(const BusAddress& where, std::string& problem) {
     std::shared_ptr<BusLink> link(new BusLink());
-    BusAddress where;
-    where.kind = !address.empty() ? BusAddress::Kind::address
-                 : system         ? BusAddress::Kind::system
-                                  : BusAddress::Kind::session;
-    where.address = address;
     int result = connectToBus(where, &link->loop_, link->bus_);
     if (result >= 0)
         result = sd_bus_add_filter(link->bus_.get(), nullptr, &BusLink::onMessage, link.get());

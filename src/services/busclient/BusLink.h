@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/brindle/KVErrors.h"
+#include "services/dbus/BusConnect.h"
 #include "services/dbus/Dispatcher.h"
 #include "services/dbus/EventLoop.h"
 #include "services/dbus/SdBus.h"
@@ -30,10 +31,8 @@ ObRef<ObError> malformedReplyError();
 
 class BusLink : public std::enable_shared_from_this<BusLink> {
 public:
-    // Connects to the bus at the address (empty: the session bus, or the
-    // system bus when `system`); null with the reason when it cannot.
-    static std::shared_ptr<BusLink> open(const std::string& address, bool system,
-                                         std::string& problem);
+    // Connects to the bus; null with the reason when it cannot.
+    static std::shared_ptr<BusLink> open(const BusAddress& where, std::string& problem);
     ~BusLink();
 
     // False once the connection is lost; a lost link is not used again.
@@ -63,7 +62,6 @@ private:
 
     EventLoop loop_;
     BusRef bus_;
-    std::string daemonName_;
     std::atomic<bool> connected_{true};
     std::mutex delegatesMutex_;
     std::map<std::uint64_t, ObRef<KVUIDelegate>> delegates_;

@@ -12,7 +12,7 @@ namespace tessiva::detail::bus {
 std::shared_ptr<BusLink> BusService::link(std::string& problem) {
     std::lock_guard lock(mutex_);
     if (!link_ || !link_->connected())
-        link_ = BusLink::open(address_, system_, problem);
+        link_ = BusLink::open(where_, problem);
     return link_;
 }
 
@@ -61,10 +61,16 @@ const char* BusService::className() const noexcept {
 } // namespace tessiva::detail::bus
 
 ObRef<KVBusService> KVBusService::make(const ObRef<ObString>& address) {
-    const char* bus = std::getenv("TESSIVA_BUS");
-    return ObMake<tessiva::detail::bus::BusService>(
-        address ? std::string(address->text()) : std::string(),
-        bus != nullptr && std::string_view(bus) == "system");
+    using tessiva::detail::bus::BusAddress;
+    BusAddress where;
+    // An empty address, like none, leaves the choice to TESSIVA_BUS.
+    if (address && address->length() > 0) {
+        where = {BusAddress::Kind::address, std::string(address->text())};
+    } else if (const char* bus = std::getenv("TESSIVA_BUS");
+               bus != nullptr && std::string_view(bus) == "system") {
+        where.kind = BusAddress::Kind::system;
+    }
+    return ObMake<tessiva::detail::bus::BusService>(std::move(where));
 }
 
 KVBusService::~KVBusService() = default;

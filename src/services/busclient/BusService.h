@@ -8,8 +8,7 @@
 namespace tessiva::detail::bus {
 class BusService final : public KVBusService {
 public:
-    BusService(std::string address, bool system) noexcept
-        : address_(std::move(address)), system_(system) {}
+    explicit BusService(BusAddress where) noexcept : where_(std::move(where)) {}
 
     void clientWithExternalizedContext_uiDelegate_reply(const ObRef<ObData>& context,
                                                         const ObRef<KVUIDelegate>& uiDelegate,
@@ -20,8 +19,7 @@ private:
     // The connected link, or null with the reason.
     std::shared_ptr<BusLink> link(std::string& problem);
 
-    const std::string address_;
-    const bool system_;
+    const BusAddress where_;
     std::mutex mutex_;
     std::shared_ptr<BusLink> link_;
 };
