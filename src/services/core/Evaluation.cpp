@@ -48,25 +48,16 @@ private:
 
 Evaluation::Evaluation(EvaluationOptions options, ObRef<Verifier> verifier,
                        ObRef<KVUIDelegate> delegate, ObRef<ServiceContext> context,
-                       KVResultReply reply)
+                       ObRef<AttemptGuard> guard, KVResultReply reply)
     : options_(options), verifier_(std::move(verifier)), delegate_(std::move(delegate)),
-      context_(std::move(context)), reply_(std::move(reply)) {}
+      context_(std::move(context)), guard_(std::move(guard)), reply_(std::move(reply)) {}
 
 void Evaluation::run() {
     if (options_.timeout)
         deadline_ = std::chrono::steady_clock::now() + *options_.timeout;
-    AttemptConversation conversation(*this);
     std::optional<Outcome> outcome;
-    while (!outcome) {
-        Verification verification{Verdict::failed, nullptr};
-        try {
-            verification = verifier_->verify(conversation);
-        } catch (...) {
-            // Anything escaping would end the process from this service thread.
-            verification.error = kvError(KVErrorServiceUnavailable, &verifierFailedMessage);
-        }
-        outcome = judge(verification);
-    }
+    while (!outcome)
+        outcome = judge(attempt());
     if (raised_)
         raiseClosingEvent();
     // A delegate may keep an unanswered reply, which holds this evaluation;
@@ -76,6 +67,40 @@ void Evaluation::run() {
     context_->finish(*this);
     KVResultReply reply = std::move(reply_);
     reply(outcome->result, outcome->error);
+}
+
+Verification Evaluation::attempt() {
+    attemptAnswered_ = false;
+    if (guard_) {
+        switch (guard_->enter([this] { return stopped(); }, deadline_)) {
+        case AttemptGuard::Admission::admitted:
+            break;
+        case AttemptGuard::Admission::lockedOut:
+            return {Verdict::failed, AttemptGuard::lockedOutError()};
+        case AttemptGuard::Admission::stopped: {
+            std::lock_guard lock(mutex_);
+            if (!failure_)
+                ended_ = timedOut_ = true;
+            return {Verdict::rejected, nullptr};
+        }
+        }
+    }
+    AttemptConversation conversation(*this);
+    Verification verification{Verdict::failed, nullptr};
+    try {
+        verification = verifier_->verify(conversation);
+    } catch (...) {
+        // Anything escaping would end the process from this service thread.
+        verification.error = kvError(KVErrorServiceUnavailable, &verifierFailedMessage);
+    }
+    if (guard_)
+        guard_->leave(attemptAnswered_ && verification.verdict == Verdict::rejected);
+    return verification;
+}
+
+bool Evaluation::stopped() {
+    std::lock_guard lock(mutex_);
+    return ended_ || failure_;
 }
 
 bool Evaluation::enterPasscode(ObRef<ObObject> passcode) {
@@ -98,6 +123,8 @@ bool Evaluation::fail(ObRef<ObError> error) {
         failure_ = std::move(error);
     }
     changed_.notify_all();
+    if (guard_)
+        guard_->wake();
     return true;
 }
 
@@ -173,13 +200,14 @@ std::optional<SecretText> Evaluation::awaitAnswer() {
         ended_ = true;
         return std::nullopt;
     }
-    ObRef<ObString> attempt = ob_cast<ObString>(*pendingPasscode_);
+    ObRef<ObString> answer = ob_cast<ObString>(*pendingPasscode_);
     pendingPasscode_.reset();
-    if (!attempt) {
+    if (!answer) {
         attemptSpoiled_ = true;
         return std::nullopt;
     }
-    return SecretText(attempt->text());
+    attemptAnswered_ = true;
+    return SecretText(answer->text());
 }
 
 void Evaluation::tell(std::string_view text) {
@@ -239,6 +267,8 @@ void Evaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& respon
         }
     }
     changed_.notify_all();
+    if (guard_)
+        guard_->wake();
 }
 
 const char* Evaluation::className() const noexcept {

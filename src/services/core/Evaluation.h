@@ -3,6 +3,7 @@
 // or the evaluation is refused, stopped or out of time.
 #pragma once
 
+#include "AttemptGuard.h"
 #include "EvaluationOptions.h"
 #include "Verifier.h"
 #include "tessiva/kavelin/KVClient.h"
@@ -17,8 +18,10 @@ class ServiceContext;
 
 class Evaluation final : public ObObject {
 public:
+    // With a guard, each attempt waits for the user's turn and counts
+    // against the user's failures.
     Evaluation(EvaluationOptions options, ObRef<Verifier> verifier, ObRef<KVUIDelegate> delegate,
-               ObRef<ServiceContext> context, KVResultReply reply);
+               ObRef<ServiceContext> context, ObRef<AttemptGuard> guard, KVResultReply reply);
 
     // Runs the evaluation to its end and replies; on a service thread.
     void run();
@@ -52,6 +55,9 @@ private:
     // stops first or the answer is no passcode (which spoils the attempt).
     std::optional<SecretText> awaitAnswer();
     void tell(std::string_view text);
+    // One attempt: the user's turn, then the verifier's verdict.
+    Verification attempt();
+    bool stopped();
     // What the attempt's verification and the evaluation's state decide.
     std::optional<Outcome> judge(const Verification& verification);
     void answerEvent(ObUInteger round, const ObRef<ObDictionary>& response,
@@ -62,9 +68,12 @@ private:
     ObRef<Verifier> verifier_;
     ObRef<KVUIDelegate> delegate_;
     const ObRef<ServiceContext> context_;
+    const ObRef<AttemptGuard> guard_;
     KVResultReply reply_;
     std::optional<std::chrono::steady_clock::time_point> deadline_;
     bool raised_ = false;
+    // The current attempt got a passcode to judge.
+    bool attemptAnswered_ = false;
 
     std::mutex mutex_;
     std::condition_variable changed_;

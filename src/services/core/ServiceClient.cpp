@@ -21,6 +21,7 @@ OB_CONSTANT_STRING(notInteractiveMessage,
 OB_CONSTANT_STRING(deniedMessage, "The ACL does not allow the operation.");
 OB_CONSTANT_STRING(noPasscodeWantedMessage, "No evaluation is waiting for a passcode.");
 OB_CONSTANT_STRING(stoppedMessage, "The application stopped the evaluation.");
+OB_CONSTANT_STRING(noThreadMessage, "The service has no thread to evaluate on.");
 OB_CONSTANT_STRING(invalidatedCancelMessage, "The context was invalidated during the evaluation.");
 
 bool isKnownPolicy(ObInteger policy) {
@@ -40,9 +41,11 @@ void ServiceClient::evaluatePolicy_options_reply(ObInteger policy,
                                                  const ObRef<ObDictionary>& options,
                                                  KVResultReply reply) {
     if (ObRef<ObError> error = startEvaluation(policy, options, reply)) {
-        // Replies come from a service thread even when nothing was started.
-        runOnServiceThread(
-            [reply = std::move(reply), error = std::move(error)] { reply(nullptr, error); });
+        // Replies come from a service thread even when nothing was started;
+        // with none to be had, from this one.
+        auto refuse = [reply, error] { reply(nullptr, error); };
+        if (!requester_.run(refuse))
+            refuse();
     }
 }
 
@@ -53,7 +56,7 @@ ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDi
     if (!isKnownPolicy(policy))
         return kvError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
     ObRef<ObError> error;
-    ObRef<Verifier> verifier = service_->verifiers()->verifierForPolicy(policy, &error);
+    ObRef<Verifier> verifier = service_->verifiers()->verifierForPolicy(policy, requester_, &error);
     if (!verifier)
         return error;
     std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);
@@ -62,14 +65,13 @@ ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDi
     if (!read->interactive)
         return kvError(KVErrorNotInteractive, &notInteractiveMessage);
 
-    auto evaluation = ObMake<Evaluation>(*read, std::move(verifier), delegate_, context_, reply);
+    auto evaluation = ObMake<Evaluation>(*read, std::move(verifier), delegate_, context_,
+                                         requester_.guard, reply);
     if (ObRef<ObError> refused = context_->begin(evaluation))
         return refused;
-    try {
-        runOnServiceThread([evaluation] { evaluation->run(); });
-    } catch (...) {
+    if (!requester_.run([evaluation] { evaluation->run(); })) {
         context_->finish(*evaluation);
-        throw;
+        return kvError(KVErrorServiceUnavailable, &noThreadMessage);
     }
     return nullptr;
 }

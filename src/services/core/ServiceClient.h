@@ -17,6 +17,10 @@ public:
     void invalidate() override;
     ObRef<ObString> creatorDisplayName() override { return context_->creator(); }
 
+    // For a daemon: the client acts for the requester from now on. Called
+    // once, before the client's first evaluation.
+    void actFor(Requester requester) { requester_ = std::move(requester); }
+
     void evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDictionary>& options,
                                       KVResultReply reply) override;
     void evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
@@ -37,5 +41,6 @@ private:
     const ObRef<ServiceCore> service_;
     const ObRef<ServiceContext> context_;
     const ObRef<KVUIDelegate> delegate_;
+    Requester requester_;
 };
 } // namespace tessiva::detail

@@ -10,6 +10,7 @@
 // answer with its passcode, the PAM service lets PAM's modules judge it.
 #pragma once
 
+#include "Requester.h"
 #include "SecretText.h"
 #include "tessiva/object/ObError.h"
 
@@ -54,8 +55,10 @@ public:
 // What a service adds to the shared machinery.
 class VerifierSource : public ObObject {
 public:
-    // The verifier for one evaluation of a known policy (1 or 1000 to 1007),
-    // or absent and the error that refuses the policy on this service.
-    virtual ObRef<Verifier> verifierForPolicy(ObInteger policy, ObRef<ObError>* error) = 0;
+    // The verifier for one evaluation of a known policy (1 or 1000 to 1007)
+    // asked for by the requester, or absent and the error that refuses the
+    // policy on this service.
+    virtual ObRef<Verifier> verifierForPolicy(ObInteger policy, const Requester& requester,
+                                              ObRef<ObError>* error) = 0;
 };
 } // namespace tessiva::detail

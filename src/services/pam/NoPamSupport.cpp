@@ -10,7 +10,7 @@ OB_CONSTANT_STRING(notBuiltInMessage, "PAM support is not built into Tessiva.");
 // Never asked: the service refuses clients before any evaluation.
 class NoVerifiers final : public VerifierSource {
 public:
-    ObRef<Verifier> verifierForPolicy(ObInteger, ObRef<ObError>* error) override {
+    ObRef<Verifier> verifierForPolicy(ObInteger, const Requester&, ObRef<ObError>* error) override {
         *error = pamSupportError();
         return nullptr;
     }

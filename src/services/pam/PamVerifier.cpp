@@ -17,8 +17,9 @@ OB_CONSTANT_STRING(noBiometricServiceMessage,
 
 class PamVerifier final : public Verifier {
 public:
-    PamVerifier(std::string service, std::string user)
-        : service_(std::move(service)), user_(std::move(user)) {}
+    PamVerifier(std::string service, std::string user, const Requester& requester)
+        : service_(std::move(service)), user_(std::move(user)), requestingUser_(requester.user),
+          tty_(requester.tty) {}
 
     ~PamVerifier() override {
         if (handle_ != nullptr)
@@ -47,6 +48,11 @@ private:
                               ObFormat("PAM could not start the service '%s': %s.",
                                        service_.c_str(), pam_strerror(nullptr, lastStatus_)));
             }
+            // Who asked, for the modules and the log lines they write.
+            if (const int status = setItems(); status != PAM_SUCCESS)
+                return failed(KVErrorServiceUnavailable,
+                              ObFormat("PAM could not take the caller's details: %s.",
+                                       pam_strerror(handle_, status)));
         }
         lastStatus_ = pam_authenticate(handle_, PAM_DISALLOW_NULL_AUTHTOK);
         // Modules report a failed conversation in their own ways.
@@ -101,6 +107,15 @@ private:
         }
     }
 
+    int setItems() {
+        int status = PAM_SUCCESS;
+        if (!requestingUser_.empty())
+            status = pam_set_item(handle_, PAM_RUSER, requestingUser_.c_str());
+        if (status == PAM_SUCCESS && !tty_.empty())
+            status = pam_set_item(handle_, PAM_TTY, tty_.c_str());
+        return status;
+    }
+
     const char* strerror() const { return pam_strerror(handle_, lastStatus_); }
 
     static Verification failed(ObInteger code, const ObRef<ObString>& message) {
@@ -109,6 +124,8 @@ private:
 
     const std::string service_;
     const std::string user_;
+    const std::string requestingUser_;
+    const std::string tty_;
     // Where the handle's conversation finds the attempt; its address is fixed.
     PamConversationState state_;
     pam_handle_t* handle_ = nullptr;
@@ -120,14 +137,15 @@ public:
     explicit PamVerifierSource(KVPAMConfiguration configuration)
         : configuration_(std::move(configuration)) {}
 
-    ObRef<Verifier> verifierForPolicy(ObInteger policy, ObRef<ObError>* error) override {
+    ObRef<Verifier> verifierForPolicy(ObInteger policy, const Requester& requester,
+                                      ObRef<ObError>* error) override {
         if (policy != ridgeScanPolicy)
-            return ObMake<PamVerifier>(configuration_.service, configuration_.user);
+            return ObMake<PamVerifier>(configuration_.service, configuration_.user, requester);
         if (configuration_.biometricService.empty()) {
             *error = kvError(KVErrorBiometryNotAvailable, &noBiometricServiceMessage);
             return nullptr;
         }
-        return ObMake<PamVerifier>(configuration_.biometricService, configuration_.user);
+        return ObMake<PamVerifier>(configuration_.biometricService, configuration_.user, requester);
     }
 
     const char* className() const noexcept override { return "PamVerifierSource"; }

@@ -40,7 +40,8 @@ private:
 
 PasscodeVerifierSource::PasscodeVerifierSource() : passcode_(passcodeFromEnvironment()) {}
 
-ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, ObRef<ObError>* error) {
+ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, const Requester&,
+                                                          ObRef<ObError>* error) {
     if (policy == ridgeScanPolicy) {
         *error = kvError(KVErrorBiometryNotAvailable, &noSensorMessage);
         return nullptr;

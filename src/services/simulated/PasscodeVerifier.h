@@ -14,7 +14,8 @@ class PasscodeVerifierSource final : public VerifierSource {
 public:
     PasscodeVerifierSource();
 
-    ObRef<Verifier> verifierForPolicy(ObInteger policy, ObRef<ObError>* error) override;
+    ObRef<Verifier> verifierForPolicy(ObInteger policy, const Requester& requester,
+                                      ObRef<ObError>* error) override;
     // Absent restores the default.
     void setPasscode(const ObRef<ObString>& passcode);
     ObRef<ObString> passcode();

@@ -1,0 +1,68 @@
+// Counting one user's failed verifications, and making the next one wait.
+#include "AttemptGuard.h"
+
+#include "ServiceErrors.h"
+#include "tessiva/kavelin/KVServiceErrors.h"
+
+namespace tessiva::detail {
+namespace {
+OB_CONSTANT_STRING(lockedOutMessage,
+                   "Too many failed attempts for this user; authentication is locked for now.");
+} // namespace
+
+ObRef<ObError> AttemptGuard::lockedOutError() {
+    return kvError(KVErrorAuthenticationFailed, &lockedOutMessage);
+}
+
+AttemptGuard::Admission AttemptGuard::enter(const std::function<bool()>& stopped,
+                                            std::optional<Clock::time_point> deadline) {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        if (stopped())
+            return Admission::stopped;
+        const Clock::time_point now = Clock::now();
+        if (deadline && now >= *deadline)
+            return Admission::stopped;
+        if (now < lockedUntil_)
+            return Admission::lockedOut;
+        if (!busy_ && now >= nextAllowed_) {
+            busy_ = true;
+            return Admission::admitted;
+        }
+        // Woken by the turn's end, by wake(), or when the delay is over.
+        std::optional<Clock::time_point> until = deadline;
+        if (!busy_ && (!until || nextAllowed_ < *until))
+            until = nextAllowed_;
+        if (until)
+            changed_.wait_until(lock, *until);
+        else
+            changed_.wait(lock);
+    }
+}
+
+void AttemptGuard::leave(bool failed) {
+    {
+        std::lock_guard lock(mutex_);
+        busy_ = false;
+        const Clock::time_point now = Clock::now();
+        if (!failed) {
+            failures_.clear();
+        } else {
+            while (!failures_.empty() && now - failures_.front() >= limits_.failInterval)
+                failures_.pop_front();
+            failures_.push_back(now);
+            nextAllowed_ = now + limits_.failDelay;
+            if (failures_.size() >= limits_.deny) {
+                lockedUntil_ = now + limits_.unlockTime;
+                failures_.clear(); // unlocked, the user starts afresh
+            }
+        }
+    }
+    changed_.notify_all();
+}
+
+void AttemptGuard::wake() {
+    { std::lock_guard lock(mutex_); }
+    changed_.notify_all();
+}
+} // namespace tessiva::detail

@@ -1,0 +1,39 @@
+// Requester: whom a daemon evaluates for. In process the caller is the
+// process itself and nothing here is set; a daemon serving other users'
+// processes says who asked, limits each user's guessing across all of that
+// user's contexts, and runs the user's work in its fair share of threads.
+#pragma once
+
+#include "AttemptGuard.h"
+#include "ServiceThread.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace tessiva::detail {
+struct Requester {
+    // What PAM is told of the caller, as PAM_RUSER and PAM_TTY; empty: unset.
+    std::string user;
+    std::string tty;
+    // The user's guessing limits; absent: only the evaluation's own.
+    ObRef<AttemptGuard> guard;
+    // Where the user's work runs, under the user's key; absent: a thread of
+    // its own (runOnServiceThread).
+    std::shared_ptr<ServicePool> pool;
+    std::uint64_t poolKey = 0;
+
+    // Runs the work as the requester's; false when no thread can take it.
+    bool run(std::function<void()> work) const {
+        if (pool)
+            return pool->run(poolKey, std::move(work));
+        try {
+            runOnServiceThread(std::move(work));
+            return true;
+        } catch (const std::system_error&) {
+            return false;
+        }
+    }
+};
+} // namespace tessiva::detail
