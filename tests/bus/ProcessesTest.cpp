@@ -228,10 +228,12 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
                                              std::vector<std::string>{"--max-contexts", "3"});
     const std::string invalid = "org.tessiva.Authentication1.Error.InvalidValue: ";
     const std::string unknownClient = "org.tessiva.Authentication1.Error.UnknownClient: ";
-    std::uint64_t mine = 0;
+    const char* path = nullptr;
     MessageRef reply;
     ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
-    sd_bus_message_read(reply.get(), "t", &mine);
+    sd_bus_message_read(reply.get(), "o", &path);
+    const std::string mine = path;
+    const std::string guessed = "/org/tessiva/Authentication1/client/42";
 
     const struct {
         const char* member;
@@ -249,20 +251,21 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
          invalid + "The handle must be data"},
         {"EvaluatePolicy",
          [&](sd_bus_message* m) {
-             sd_bus_message_append(m, "txv", mine, std::int64_t(1), "s", "o");
+             sd_bus_message_append(m, "oxv", mine.c_str(), std::int64_t(1), "s", "o");
          },
          invalid + "The options must be a dictionary"},
+        // Nothing a stranger sends is read: not even a malformed value.
         {"EvaluatePolicy",
-         [](sd_bus_message* m) {
-             sd_bus_message_append(m, "txv", std::uint64_t(42), std::int64_t(1), "g", "");
+         [&](sd_bus_message* m) {
+             sd_bus_message_append(m, "oxv", guessed.c_str(), std::int64_t(1), "i", 1);
          },
-         unknownClient + "No client 42 of this connection"},
+         unknownClient + "No client " + guessed + " of this connection"},
         {"EnterPassword",
-         [](sd_bus_message* m) { sd_bus_message_append(m, "tv", std::uint64_t(7), "s", "1"); },
-         unknownClient + "No client 7 of this connection"},
+         [&](sd_bus_message* m) { sd_bus_message_append(m, "ov", guessed.c_str(), "s", "1"); },
+         unknownClient + "No client " + guessed + " of this connection"},
         {"EventReturned",
          [&](sd_bus_message* m) {
-             sd_bus_message_append(m, "ttis", mine, std::uint64_t(1), 9, "");
+             sd_bus_message_append(m, "otis", mine.c_str(), std::uint64_t(1), 9, "");
          },
          invalid + "The outcome must be 0, 1 or 2"},
     };
@@ -272,16 +275,15 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     }
     // Another connection's client is no client of this one.
     RawConnection other(bus.address());
-    EXPECT_EQ(
-        other.call("Invalidate", [&](sd_bus_message* m) { sd_bus_message_append(m, "t", mine); }),
-        unknownClient + "No client " + std::to_string(mine) + " of this connection");
+    EXPECT_EQ(other.call("Invalidate",
+                         [&](sd_bus_message* m) { sd_bus_message_append(m, "o", mine.c_str()); }),
+              unknownClient + "No client " + mine + " of this connection");
 
     // A flood of contexts stops at the limit, and nothing else is kept.
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
     EXPECT_EQ(raw.call("Connect", newContext), "ok");
-    EXPECT_EQ(
-        raw.call("Connect", newContext),
-        "org.tessiva.Authentication1.Error.LimitExceeded: A user may hold 3 contexts at most");
+    EXPECT_EQ(raw.call("Connect", newContext),
+              "org.freedesktop.DBus.Error.LimitsExceeded: A user may hold 3 contexts at most");
     auto counts = raw.statistics();
     EXPECT_EQ(counts.at("contexts"), 3u);
     EXPECT_EQ(counts.at("clients"), 3u);

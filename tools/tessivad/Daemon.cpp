@@ -3,6 +3,8 @@
 #include "Daemon.h"
 
 #include "platform/brindle/KVErrors.h"
+#include "platform/os/UserName.h"
+#include "services/core/ServiceClient.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
@@ -10,8 +12,9 @@
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObMake.h"
 
+#include <cinttypes>
 #include <cstdio>
-#include <random>
+#include <sys/random.h>
 
 namespace tessiva::daemon {
 using namespace detail::bus;
@@ -21,6 +24,12 @@ OB_CONSTANT_STRING(unknownHandleMessage, "No context matches the handle.");
 
 int refuse(sd_bus_error* error, const char* name, const std::string& text) {
     return sd_bus_error_set(error, name, text.c_str());
+}
+
+// Refuses a call beyond a limit: "<who> may <verb> <limit> <what> at most".
+int limitExceeded(sd_bus_error* error, const char* who, std::size_t limit, const char* what) {
+    return refuse(error, SD_BUS_ERROR_LIMITS_EXCEEDED,
+                  std::string(who) + " " + std::to_string(limit) + " " + what + " at most");
 }
 
 // Reads one value of the wanted kind (or absent); the D-Bus error otherwise.
@@ -39,12 +48,36 @@ std::string keyOf(const ObData& handle) {
     return std::string(reinterpret_cast<const char*>(handle.bytes()), handle.length());
 }
 
-std::uint64_t randomIdentifier() {
-    static std::mt19937_64 generator{std::random_device{}()};
-    std::uint64_t id = 0;
-    while (id == 0)
-        id = generator();
-    return id;
+// A client's path: 128 bits from the kernel's random source, which no other
+// process can guess; empty when the kernel gives none.
+std::string randomClientPath() {
+    unsigned char bytes[16];
+    std::size_t got = 0;
+    while (got < sizeof bytes) {
+        const ssize_t read = getrandom(bytes + got, sizeof bytes - got, 0);
+        if (read < 0 && errno != EINTR)
+            return {};
+        got += read > 0 ? std::size_t(read) : 0;
+    }
+    std::string path = clientPathPrefix;
+    for (unsigned char byte : bytes) {
+        constexpr char digits[] = "0123456789abcdef";
+        path += digits[byte >> 4];
+        path += digits[byte & 15];
+    }
+    return path;
+}
+
+// Runs an sd-bus callback's work; what would escape into sd-bus, which is C,
+// becomes an error reply instead.
+template <class Work> int guarded(sd_bus_error* error, Work work) noexcept {
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_NO_MEMORY, "The daemon is out of memory");
+    } catch (...) {
+        return sd_bus_error_set(error, SD_BUS_ERROR_FAILED, "The daemon could not do it");
+    }
 }
 
 // A reply of (v result, v error).
@@ -66,13 +99,13 @@ Daemon::ReplyWriter successWriter(bool succeeded, ObRef<ObError> error) {
     };
 }
 
-// Connect's reply of (t client, v handle, v creator, v error): the client
-// with its context's handle and creator, or 0 and neither when none was made.
-Daemon::ReplyWriter connectWriter(std::uint64_t id, ObRef<ObData> handle, ObRef<ObString> creator,
+// Connect's reply of (o client, v handle, v creator, v error): the client
+// with its context's handle and creator, or "/" and neither when none was made.
+Daemon::ReplyWriter connectWriter(std::string id, ObRef<ObData> handle, ObRef<ObString> creator,
                                   ObRef<ObError> error) {
     return [id, handle, creator, error](sd_bus_message* reply, const ObRef<ObError>& failure) {
-        const bool made = id != 0 && !failure;
-        sd_bus_message_append(reply, "t", made ? id : std::uint64_t(0));
+        const bool made = !id.empty() && !failure;
+        sd_bus_message_append(reply, "o", made ? id.c_str() : "/");
         appendValue(reply, made ? ObRef<ObObject>(handle) : nullptr);
         appendValue(reply, made ? ObRef<ObObject>(creator) : nullptr);
         return appendValue(reply, failure ? failure : error);
@@ -152,75 +185,82 @@ struct Daemon::ReturnArguments {
     }
 };
 
-template <class Arguments,
-          int (Daemon::*method)(sd_bus_message*, std::uint64_t, Daemon::Client&, Arguments&)>
+template <class Arguments, int (Daemon::*method)(sd_bus_message*, const std::string&,
+                                                 Daemon::Client&, Arguments&, sd_bus_error*)>
 int Daemon::onClientMethod(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t id = 0;
-    Arguments arguments;
-    if (int result = sd_bus_message_read(call, "t", &id); result < 0)
-        return result;
-    if (int refused = arguments.read(call, error); refused < 0)
-        return refused;
-    auto found = self.clients_.find(id);
-    // Another process's client is as unknown as one that never was.
-    if (found == self.clients_.end() || found->second.owner != sd_bus_message_get_sender(call))
-        return refuse(error, errorUnknownClient,
-                      "No client " + std::to_string(id) + " of this connection");
-    return (self.*method)(call, id, found->second, arguments);
+    return guarded(error, [&] {
+        const char* path = nullptr;
+        if (int result = sd_bus_message_read(call, "o", &path); result < 0)
+            return result;
+        const std::string id = path;
+        auto found = self.clients_.find(id);
+        // Another process's client is as unknown as one that never was, and
+        // nothing the caller sent is read for it.
+        if (found == self.clients_.end() || found->second.owner != sd_bus_message_get_sender(call))
+            return refuse(error, errorUnknownClient, "No client " + id + " of this connection");
+        Arguments arguments;
+        if (int refused = arguments.read(call, error); refused < 0)
+            return refused;
+        // Reading may have taken long enough for sd-bus to dispatch others.
+        found = self.clients_.find(id);
+        if (found == self.clients_.end())
+            return refuse(error, errorUnknownClient, "No client " + id + " of this connection");
+        return (self.*method)(call, id, found->second, arguments, error);
+    });
 }
 
 // Every method is open to every user (sd-bus would otherwise refuse other
-// users' calls); the daemon itself decides what each caller may reach.
+// users' calls); the daemon itself decides what each caller may reach. The
+// Event signal goes out on each client's own path.
 const sd_bus_vtable Daemon::vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD_WITH_NAMES(
-        "Connect", "vb", SD_BUS_PARAM(handle) SD_BUS_PARAM(has_delegate), "tvvv",
+        "Connect", "vb", SD_BUS_PARAM(handle) SD_BUS_PARAM(has_delegate), "ovvv",
         SD_BUS_PARAM(client) SD_BUS_PARAM(handle) SD_BUS_PARAM(creator) SD_BUS_PARAM(error),
         &Daemon::onConnect, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("Release", "t", SD_BUS_PARAM(client), "", ,
+    SD_BUS_METHOD_WITH_NAMES("Release", "o", SD_BUS_PARAM(client), "", ,
                              (&onClientMethod<NoArguments, &Daemon::onRelease>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("Invalidate", "t", SD_BUS_PARAM(client), "", ,
+    SD_BUS_METHOD_WITH_NAMES("Invalidate", "o", SD_BUS_PARAM(client), "", ,
                              (&onClientMethod<NoArguments, &Daemon::onInvalidate>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
-        "EvaluatePolicy", "txv", SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options),
+        "EvaluatePolicy", "oxv", SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options),
         "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error),
         (&onClientMethod<PolicyArguments, &Daemon::onEvaluatePolicy>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
-        "EvaluateACL", "tvvv",
+        "EvaluateACL", "ovvv",
         SD_BUS_PARAM(client) SD_BUS_PARAM(acl) SD_BUS_PARAM(operation) SD_BUS_PARAM(options), "vv",
         SD_BUS_PARAM(result) SD_BUS_PARAM(error),
         (&onClientMethod<ACLArguments, &Daemon::onEvaluateACL>), SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("EnterPassword", "tv", SD_BUS_PARAM(client) SD_BUS_PARAM(password),
+    SD_BUS_METHOD_WITH_NAMES("EnterPassword", "ov", SD_BUS_PARAM(client) SD_BUS_PARAM(password),
                              "bv", SD_BUS_PARAM(success) SD_BUS_PARAM(error),
                              (&onClientMethod<PasswordArguments, &Daemon::onEnterPassword>),
                              SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("FailProcessedEvent", "txv",
+    SD_BUS_METHOD_WITH_NAMES("FailProcessedEvent", "oxv",
                              SD_BUS_PARAM(client) SD_BUS_PARAM(event) SD_BUS_PARAM(failure), "bv",
                              SD_BUS_PARAM(success) SD_BUS_PARAM(error),
                              (&onClientMethod<FailureArguments, &Daemon::onFailProcessedEvent>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "ttvv",
+    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "otvv",
                              SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response)
                                  SD_BUS_PARAM(error),
                              "", , (&onClientMethod<AnswerArguments, &Daemon::onAnswerEvent>),
                              SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
-        "EventReturned", "ttis",
+        "EventReturned", "otis",
         SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome) SD_BUS_PARAM(exception), "",
         , (&onClientMethod<ReturnArguments, &Daemon::onEventReturned>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("Statistics", "", , "a{st}", SD_BUS_PARAM(counts),
                              &Daemon::onStatistics, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_SIGNAL_WITH_NAMES(
-        "Event", "ttxv",
-        SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(event) SD_BUS_PARAM(params), 0),
     SD_BUS_VTABLE_END};
 
 Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus,
                std::unique_ptr<HostedServices> services, DaemonLimits limits)
-    : loop_(std::move(loop)), bus_(bus), services_(std::move(services)), limits_(limits) {}
+    : loop_(std::move(loop)), bus_(bus), services_(std::move(services)), limits_(limits),
+      pool_(std::make_shared<detail::ServicePool>(limits.threads,
+                                                  std::max<std::size_t>(1, limits.threads / 2))) {}
 
 Daemon::~Daemon() {
     // Events still waiting in the service's threads return at once.
@@ -239,19 +279,37 @@ int Daemon::start() {
     return result;
 }
 
-std::uint64_t Daemon::defer(sd_bus_message* call) {
+Daemon::User& Daemon::user(uid_t uid) {
+    User& user = users_[uid];
+    if (!user.guard)
+        user.guard = ObMake<detail::AttemptGuard>(limits_.attempts);
+    return user;
+}
+
+int Daemon::admitPending(uid_t uid, sd_bus_error* error) {
+    if (user(uid).pending >= limits_.pendingPerUser)
+        return limitExceeded(error, "A user may have", limits_.pendingPerUser,
+                             "calls awaiting a reply");
+    if (deferred_.size() >= limits_.pending)
+        return limitExceeded(error, "The daemon may hold", limits_.pending,
+                             "calls awaiting a reply");
+    return 0;
+}
+
+std::uint64_t Daemon::defer(sd_bus_message* call, uid_t uid) {
     const std::uint64_t number = nextCall_++;
-    deferred_.emplace(number, MessageRef(sd_bus_message_ref(call)));
+    deferred_.emplace(number, Pending{MessageRef(sd_bus_message_ref(call)), uid});
+    ++user(uid).pending;
     return number;
 }
 
 template <class Write, class Then>
-auto Daemon::replyCallback(sd_bus_message* call, Write write, Then then) {
-    return [this, loop = loop_, number = defer(call), write, then](auto outcome,
-                                                                   ObRef<ObError> failure) {
+auto Daemon::replyCallback(sd_bus_message* call, uid_t uid, Write write, Then then) {
+    return [this, loop = loop_, number = defer(call, uid), write, then](auto outcome,
+                                                                        ObRef<ObError> failure) {
         loop->post([=, this] {
             replyLater(number, write(outcome, failure));
-            then();
+            then(failure);
         });
     };
 }
@@ -274,94 +332,116 @@ void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
     auto found = deferred_.find(number);
     if (found == deferred_.end())
         return;
-    const MessageRef call = std::move(found->second);
+    Pending pending = std::move(found->second);
     deferred_.erase(found);
-    reply(call.get(), write);
+    --users_[pending.uid].pending;
+    reply(pending.call.get(), write);
 }
 
 int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
+    return guarded(error, [&] { return self.connect(call, error); });
+}
+
+int Daemon::connect(sd_bus_message* call, sd_bus_error* error) {
+    // Who calls, as the bus (never the caller) says, before anything it sent
+    // is read.
+    CredsRef creds, described;
+    uid_t uid = 0;
+    pid_t pid = 0;
+    const char *comm = nullptr, *tty = nullptr;
+    // The bus reports the uid the peer had when it connected, as its
+    // effective one.
+    int result = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, creds.put());
+    if (result >= 0)
+        result = sd_bus_creds_get_euid(creds.get(), &uid);
+    if (result < 0)
+        return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
+    if (sd_bus_creds_get_pid(creds.get(), &pid) < 0)
+        pid = 0;
+    // Only for names and logs: these come from /proc, where the caller
+    // could change them.
+    if (sd_bus_query_sender_creds(call, SD_BUS_CREDS_COMM | SD_BUS_CREDS_TTY | SD_BUS_CREDS_AUGMENT,
+                                  described.put()) < 0)
+        described.reset();
+    const ObRef<ObString> creator = ObString::make(
+        described && sd_bus_creds_get_comm(described.get(), &comm) >= 0 ? comm : "unknown");
+    detail::Requester requester;
+    requester.user = detail::userName(uid);
+    if (described && sd_bus_creds_get_tty(described.get(), &tty) >= 0 && tty != nullptr)
+        requester.tty = std::string("/dev/") + tty;
+    requester.pool = pool_;
+    requester.poolKey = uid;
+    requester.guard = user(uid).guard;
+
+    const std::string owner = sd_bus_message_get_sender(call);
+    if (auto found = owners_.find(owner);
+        found != owners_.end() && found->second.clients.size() >= limits_.clientsPerConnection)
+        return limitExceeded(error, "A connection may hold", limits_.clientsPerConnection,
+                             "clients");
+    if (clients_.size() >= limits_.clients)
+        return limitExceeded(error, "The daemon may hold", limits_.clients, "clients");
+    if (int refused = admitPending(uid, error); refused < 0)
+        return refused;
+
     ObRef<ObData> handle;
     int hasDelegate = 0;
     if (int refused = readArgument(call, handle, "The handle", "data", error); refused < 0)
         return refused;
-    if (int result = sd_bus_message_read(call, "b", &hasDelegate); result < 0)
-        return result;
-
-    CredsRef creds;
-    uid_t uid = 0;
-    const char* comm = nullptr;
-    int result = sd_bus_query_sender_creds(
-        call, SD_BUS_CREDS_UID | SD_BUS_CREDS_EUID | SD_BUS_CREDS_COMM | SD_BUS_CREDS_AUGMENT,
-        creds.put());
-    if (result >= 0 && sd_bus_creds_get_euid(creds.get(), &uid) < 0)
-        result = sd_bus_creds_get_uid(creds.get(), &uid);
-    if (result < 0)
-        return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
-    const ObRef<ObString> creator =
-        ObString::make(sd_bus_creds_get_comm(creds.get(), &comm) >= 0 ? comm : "unknown");
-
-    const std::string owner = sd_bus_message_get_sender(call);
-    auto& ownersClients = self.clientsByOwner_[owner];
-    if (ownersClients.size() >= self.limits_.clientsPerConnection)
-        return refuse(error, errorLimitExceeded,
-                      "A connection may hold " + std::to_string(self.limits_.clientsPerConnection) +
-                          " clients at most");
+    if (int read = sd_bus_message_read(call, "b", &hasDelegate); read < 0)
+        return read;
     if (handle) {
-        auto found = self.contexts_.find(keyOf(*handle));
+        auto found = contexts_.find(keyOf(*handle));
         // Another user's context is as unknown as one that never was.
-        if (found == self.contexts_.end() || found->second.uid != uid) {
-            self.reply(
-                call, connectWriter(0, nullptr, nullptr,
-                                    detail::kvError(KVErrorInvalidContext, &unknownHandleMessage)));
+        if (found == contexts_.end() || found->second.uid != uid) {
+            reply(call,
+                  connectWriter({}, nullptr, nullptr,
+                                detail::kvError(KVErrorInvalidContext, &unknownHandleMessage)));
             return 1;
         }
-    } else {
-        std::size_t owned = 0;
-        for (const auto& [key, context] : self.contexts_)
-            owned += context.uid == uid;
-        if (owned >= self.limits_.contextsPerUser)
-            return refuse(error, errorLimitExceeded,
-                          "A user may hold " + std::to_string(self.limits_.contextsPerUser) +
-                              " contexts at most");
+    } else if (user(uid).contexts >= limits_.contextsPerUser) {
+        return limitExceeded(error, "A user may hold", limits_.contextsPerUser, "contexts");
+    } else if (contexts_.size() >= limits_.contexts) {
+        return limitExceeded(error, "The daemon may hold", limits_.contexts, "contexts");
     }
 
     ObRef<ObError> noService;
-    const ObRef<KVClientBackend> service = self.services_->forUser(uid, &noService);
+    const ObRef<KVClientBackend> service = services_->forUser(uid, &noService);
     if (!service) {
-        self.reply(call, connectWriter(0, nullptr, nullptr, noService));
+        reply(call, connectWriter({}, nullptr, nullptr, noService));
         return 1;
     }
+    owners_.try_emplace(owner, Owner{uid, {}});
     ObRef<RelayDelegate> relay;
-    auto clientId = std::make_shared<std::uint64_t>(0);
+    auto clientId = std::make_shared<std::string>();
     if (hasDelegate) {
-        Daemon* daemon = &self;
-        relay = ObMake<RelayDelegate>(self.loop_, [daemon, owner,
-                                                   clientId](std::uint64_t serial, ObInteger event,
-                                                             const ObRef<ObDictionary>& params) {
-            if (auto found = daemon->clients_.find(*clientId); found != daemon->clients_.end())
-                daemon->sendEvent(owner, *clientId, serial, event, params, *found->second.relay);
-        });
+        relay = ObMake<RelayDelegate>(
+            loop_, [this, owner, clientId](std::uint64_t serial, ObInteger event,
+                                           const ObRef<ObDictionary>& params) {
+                if (auto found = clients_.find(*clientId); found != clients_.end())
+                    sendEvent(owner, *clientId, serial, event, params, *found->second.relay);
+            });
     }
-    const std::uint64_t number = self.defer(call);
-    Daemon* daemon = &self;
+    const std::uint64_t number = defer(call, uid);
     service->clientWithExternalizedContext_uiDelegate_reply(
         handle, relay,
-        [daemon, loop = self.loop_, number, owner, uid, creator, relay,
-         clientId](ObRef<KVClient> client, ObRef<ObError> failure) {
-            loop->post([=] {
-                *clientId =
-                    daemon->finishConnect(number, owner, uid, creator, relay, client, failure);
+        [this, loop = loop_, number, owner, uid, pid, creator, relay, clientId,
+         requester](ObRef<KVClient> client, ObRef<ObError> failure) {
+            // Acting for the caller from before the client is known to anyone.
+            if (auto* serviceClient = dynamic_cast<detail::ServiceClient*>(client.get()))
+                serviceClient->actFor(requester);
+            loop->post([=, this] {
+                *clientId = finishConnect(number, owner, uid, pid, creator, relay, client, failure);
             });
         });
     return 1;
 }
 
-std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& owner, uid_t uid,
-                                    const ObRef<ObString>& creator,
-                                    const ObRef<RelayDelegate>& relay,
-                                    const ObRef<KVClient>& client, const ObRef<ObError>& failure) {
-    const bool processGone = !clientsByOwner_.count(owner);
+std::string Daemon::finishConnect(std::uint64_t number, const std::string& owner, uid_t uid,
+                                  pid_t pid, const ObRef<ObString>& creator,
+                                  const ObRef<RelayDelegate>& relay, const ObRef<KVClient>& client,
+                                  const ObRef<ObError>& failure) {
+    const bool processGone = !owners_.count(owner);
     if (client && processGone) {
         // The process went while the service made its client: nothing stays.
         if (!contexts_.count(keyOf(*client->externalizedContext())))
@@ -370,8 +450,8 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
             relay->close();
     }
     if (!client || processGone) {
-        replyLater(number, connectWriter(0, nullptr, nullptr, failure));
-        return 0;
+        replyLater(number, connectWriter({}, nullptr, nullptr, failure));
+        return {};
     }
     const ObRef<ObData> handle = client->externalizedContext();
     const std::string key = keyOf(*handle);
@@ -381,21 +461,31 @@ std::uint64_t Daemon::finishConnect(std::uint64_t number, const std::string& own
         context.uid = uid;
         context.handle = handle;
         context.creator = creator;
+        ++user(uid).contexts;
     }
-    const std::uint64_t id = admit(owner, key, context, client, relay);
+    const std::string id = admit(owner, uid, pid, key, context, client, relay);
+    if (id.empty()) {
+        replyLater(number, connectWriter({}, nullptr, nullptr,
+                                         detail::kvError(KVErrorServiceUnavailable,
+                                                         "The daemon could not name the client.")));
+        if (context.clients == 0)
+            armIdleTimer(key, context);
+        return {};
+    }
     replyLater(number, connectWriter(id, handle, context.creator, nullptr));
     return id;
 }
 
-void Daemon::sendEvent(const std::string& owner, std::uint64_t client, std::uint64_t serial,
+void Daemon::sendEvent(const std::string& owner, const std::string& client, std::uint64_t serial,
                        ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay) {
     MessageRef signal;
     ObRef<ObError> failure;
-    int result = sd_bus_message_new_signal(bus_, signal.put(), objectPath, interfaceName, "Event");
+    int result =
+        sd_bus_message_new_signal(bus_, signal.put(), client.c_str(), interfaceName, "Event");
     if (result >= 0)
         result = sd_bus_message_set_destination(signal.get(), owner.c_str());
     if (result >= 0)
-        result = sd_bus_message_append(signal.get(), "ttx", client, serial, std::int64_t(event));
+        result = sd_bus_message_append(signal.get(), "tx", serial, std::int64_t(event));
     if (result >= 0 && !(failure = appendValue(signal.get(), params)))
         result = sd_bus_send(bus_, signal.get(), nullptr);
     // An event that cannot reach the client fails as a delegate that threw.
@@ -405,40 +495,103 @@ void Daemon::sendEvent(const std::string& owner, std::uint64_t client, std::uint
                                : "The event could not be sent to the client process.");
 }
 
+void Daemon::audit(const Client& client, const ObRef<ObError>& error) const {
+    // One line per attempt, for the system log (standard error is the
+    // journal under systemd), as PAM applications log theirs: who, from
+    // which process, how, and the outcome; never what the user typed.
+    if (!error)
+        std::fprintf(stderr,
+                     "<5>tessivad: authentication uid=%u pid=%d policy=%" PRId64
+                     " service=%s outcome=success\n",
+                     unsigned(client.uid), int(client.pid), client.policy, services_->name());
+    else
+        std::fprintf(stderr,
+                     "<4>tessivad: authentication uid=%u pid=%d policy=%" PRId64
+                     " service=%s outcome=failure code=%" PRId64 "\n",
+                     unsigned(client.uid), int(client.pid), client.policy, services_->name(),
+                     std::int64_t(error->code()));
+    std::fflush(stderr);
+}
+
 // Client states.
 
-std::uint64_t Daemon::admit(const std::string& owner, const std::string& key, Context& context,
-                            const ObRef<KVClient>& client, const ObRef<RelayDelegate>& relay) {
+std::string Daemon::admit(const std::string& owner, uid_t uid, pid_t pid, const std::string& key,
+                          Context& context, const ObRef<KVClient>& client,
+                          const ObRef<RelayDelegate>& relay) {
+    std::string id = randomClientPath();
+    while (!id.empty() && clients_.count(id))
+        id = randomClientPath();
+    if (id.empty())
+        return id;
     ++context.clients;
     context.idleTimer.reset();
-    std::uint64_t id = randomIdentifier();
-    while (clients_.count(id))
-        id = randomIdentifier();
-    clients_.emplace(id, Client{owner, key, client, relay});
-    clientsByOwner_[owner].insert(id);
+    Client made;
+    made.owner = owner;
+    made.uid = uid;
+    made.pid = pid;
+    made.handleKey = key;
+    made.client = client;
+    made.relay = relay;
+    clients_.emplace(id, std::move(made));
+    owners_[owner].clients.insert(id);
     return id;
 }
 
-void Daemon::startEvaluation(Client& client) {
+namespace {
+struct ClientTimer {
+    Daemon* daemon;
+    std::string id;
+};
+void deleteClientTimer(void* userdata) {
+    delete static_cast<ClientTimer*>(userdata);
+}
+} // namespace
+
+void Daemon::startEvaluation(const std::string& id, Client& client) {
     ++client.evaluations;
+    ++user(client.uid).evaluations;
+    ++evaluations_;
     if (client.state == ClientState::connected)
         client.state = ClientState::evaluating;
+    // The user has this long to answer before the evaluation ends.
+    auto* timer = new ClientTimer{this, id};
+    const auto usec = std::uint64_t(limits_.answerTimeout.count()) * 1000000u;
+    if (sd_event_add_time_relative(sd_bus_get_event(bus_), client.answerTimer.put(),
+                                   CLOCK_MONOTONIC, usec, 0, &Daemon::onAnswerTimeout, timer) < 0) {
+        delete timer;
+        return;
+    }
+    sd_event_source_set_destroy_callback(client.answerTimer.get(), &deleteClientTimer);
 }
 
-void Daemon::endEvaluation(std::uint64_t id) {
+int Daemon::onAnswerTimeout(sd_event_source*, uint64_t, void* userdata) {
+    auto* timer = static_cast<ClientTimer*>(userdata);
+    auto found = timer->daemon->clients_.find(timer->id);
+    if (found != timer->daemon->clients_.end())
+        found->second.client->failProcessedEvent_failureError_reply(
+            2, detail::kvError(KVErrorTimedOut, "The user did not answer in time."),
+            [](bool, ObRef<ObError>) {});
+    return 0;
+}
+
+void Daemon::endEvaluation(const std::string& id, const ObRef<ObError>& error) {
     auto found = clients_.find(id);
     if (found == clients_.end())
         return;
     Client& client = found->second;
+    audit(client, error);
+    --user(client.uid).evaluations;
+    --evaluations_;
     if (--client.evaluations > 0)
         return;
+    client.answerTimer.reset();
     if (client.state == ClientState::gone)
         release(id);
     else
         client.state = ClientState::connected;
 }
 
-void Daemon::ownerGone(std::uint64_t id) {
+void Daemon::ownerGone(const std::string& id) {
     Client& client = clients_.at(id);
     if (client.state != ClientState::evaluating) {
         release(id);
@@ -458,14 +611,14 @@ void Daemon::ownerGone(std::uint64_t id) {
         client.relay->close();
 }
 
-void Daemon::release(std::uint64_t id) {
+void Daemon::release(const std::string& id) {
     auto found = clients_.find(id);
     if (found == clients_.end())
         return;
     Client client = std::move(found->second);
     clients_.erase(found);
-    if (auto owner = clientsByOwner_.find(client.owner); owner != clientsByOwner_.end())
-        owner->second.erase(id);
+    if (auto owner = owners_.find(client.owner); owner != owners_.end())
+        owner->second.clients.erase(id);
     if (client.relay)
         client.relay->close();
     if (auto context = contexts_.find(client.handleKey); context != contexts_.end())
@@ -474,7 +627,15 @@ void Daemon::release(std::uint64_t id) {
 }
 
 void Daemon::forgetContext(const std::string& key) {
-    contexts_.erase(key); // and its idle timer with it
+    auto found = contexts_.find(key);
+    if (found == contexts_.end())
+        return;
+    --user(found->second.uid).contexts;
+    // Events its clients' delegates were asked stop waiting for a return.
+    for (auto& [id, client] : clients_)
+        if (client.handleKey == key && client.relay)
+            client.relay->close();
+    contexts_.erase(found); // and its idle timer with it
 }
 
 namespace {
@@ -518,90 +679,136 @@ int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
     return 0;
 }
 
-int Daemon::onRelease(sd_bus_message* call, std::uint64_t id, Client&, NoArguments&) {
+int Daemon::onRelease(sd_bus_message* call, const std::string& id, Client&, NoArguments&,
+                      sd_bus_error*) {
     release(id);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onInvalidate(sd_bus_message* call, std::uint64_t, Client& client, NoArguments&) {
+int Daemon::onInvalidate(sd_bus_message* call, const std::string&, Client& client, NoArguments&,
+                         sd_bus_error*) {
     client.client->invalidate();
     forgetContext(client.handleKey);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onEvaluatePolicy(sd_bus_message* call, std::uint64_t id, Client& client,
-                             PolicyArguments& arguments) {
-    startEvaluation(client);
+int Daemon::onEvaluatePolicy(sd_bus_message* call, const std::string& id, Client& client,
+                             PolicyArguments& arguments, sd_bus_error* error) {
+    if (user(client.uid).evaluations >= limits_.evaluationsPerUser)
+        return limitExceeded(error, "A user may run", limits_.evaluationsPerUser, "evaluations");
+    if (evaluations_ >= limits_.evaluations)
+        return limitExceeded(error, "The daemon may run", limits_.evaluations, "evaluations");
+    if (int refused = admitPending(client.uid, error); refused < 0)
+        return refused;
+    client.policy = arguments.policy;
+    startEvaluation(id, client);
     client.client->evaluatePolicy_options_reply(
         ObInteger(arguments.policy), arguments.options,
-        replyCallback(call, outcomeWriter, [this, id] { endEvaluation(id); }));
+        replyCallback(call, client.uid, outcomeWriter,
+                      [this, id](const ObRef<ObError>& failure) { endEvaluation(id, failure); }));
     return 1;
 }
 
-int Daemon::onEvaluateACL(sd_bus_message* call, std::uint64_t, Client& client,
-                          ACLArguments& arguments) {
+int Daemon::onEvaluateACL(sd_bus_message* call, const std::string&, Client& client,
+                          ACLArguments& arguments, sd_bus_error* error) {
+    if (int refused = admitPending(client.uid, error); refused < 0)
+        return refused;
     client.client->evaluateACL_operation_options_reply(
-        arguments.acl, arguments.operation, arguments.options, replyCallback(call, outcomeWriter));
+        arguments.acl, arguments.operation, arguments.options,
+        replyCallback(call, client.uid, outcomeWriter));
     return 1;
 }
 
-int Daemon::onEnterPassword(sd_bus_message* call, std::uint64_t, Client& client,
-                            PasswordArguments& arguments) {
-    client.client->enterPassword_reply(arguments.password, replyCallback(call, successWriter));
+int Daemon::onEnterPassword(sd_bus_message* call, const std::string&, Client& client,
+                            PasswordArguments& arguments, sd_bus_error* error) {
+    if (int refused = admitPending(client.uid, error); refused < 0)
+        return refused;
+    client.client->enterPassword_reply(arguments.password,
+                                       replyCallback(call, client.uid, successWriter));
     return 1;
 }
 
-int Daemon::onFailProcessedEvent(sd_bus_message* call, std::uint64_t, Client& client,
-                                 FailureArguments& arguments) {
+int Daemon::onFailProcessedEvent(sd_bus_message* call, const std::string&, Client& client,
+                                 FailureArguments& arguments, sd_bus_error* error) {
+    if (int refused = admitPending(client.uid, error); refused < 0)
+        return refused;
     client.client->failProcessedEvent_failureError_reply(
-        ObInteger(arguments.event), arguments.failure, replyCallback(call, successWriter));
+        ObInteger(arguments.event), arguments.failure,
+        replyCallback(call, client.uid, successWriter));
     return 1;
 }
 
-int Daemon::onAnswerEvent(sd_bus_message* call, std::uint64_t, Client& client,
-                          AnswerArguments& arguments) {
+int Daemon::onAnswerEvent(sd_bus_message* call, const std::string&, Client& client,
+                          AnswerArguments& arguments, sd_bus_error*) {
     if (client.relay)
         client.relay->answer(arguments.serial, arguments.response, arguments.error);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onEventReturned(sd_bus_message* call, std::uint64_t, Client& client,
-                            ReturnArguments& arguments) {
+int Daemon::onEventReturned(sd_bus_message* call, const std::string&, Client& client,
+                            ReturnArguments& arguments, sd_bus_error*) {
     if (client.relay)
         client.relay->returned(arguments.serial, EventOutcome(arguments.outcome), arguments.text);
     return sd_bus_reply_method_return(call, "");
 }
 
-int Daemon::onStatistics(sd_bus_message* call, void* userdata, sd_bus_error*) {
+int Daemon::onStatistics(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
-    std::uint64_t events = 0, evaluations = 0;
-    for (auto& [id, client] : self.clients_) {
-        evaluations += client.evaluations;
-        if (client.relay)
-            events += client.relay->pendingCount();
-    }
-    return sd_bus_reply_method_return(
-        call, "a{st}", 6, "contexts", std::uint64_t(self.contexts_.size()), "clients",
-        std::uint64_t(self.clients_.size()), "connections",
-        std::uint64_t(self.clientsByOwner_.size()), "calls", std::uint64_t(self.deferred_.size()),
-        "evaluations", evaluations, "events", events);
+    return guarded(error, [&] {
+        CredsRef creds;
+        uid_t uid = 0;
+        int result = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, creds.put());
+        if (result >= 0)
+            result = sd_bus_creds_get_euid(creds.get(), &uid);
+        if (result < 0)
+            return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
+        // A user sees its own figures; root sees everyone's.
+        auto counts = [uid](uid_t owner) { return uid == 0 || owner == uid; };
+        std::uint64_t contexts = 0, clients = 0, connections = 0, calls = 0, evaluations = 0,
+                      events = 0;
+        for (const auto& [key, context] : self.contexts_)
+            contexts += counts(context.uid);
+        for (const auto& [id, client] : self.clients_) {
+            if (!counts(client.uid))
+                continue;
+            ++clients;
+            evaluations += client.evaluations;
+            if (client.relay)
+                events += client.relay->pendingCount();
+        }
+        for (const auto& [name, owner] : self.owners_)
+            connections += counts(owner.uid);
+        for (const auto& [number, pending] : self.deferred_)
+            calls += counts(pending.uid);
+        return sd_bus_reply_method_return(call, "a{st}", 6, "contexts", contexts, "clients",
+                                          clients, "connections", connections, "calls", calls,
+                                          "evaluations", evaluations, "events", events);
+    });
 }
 
 int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_error*) {
     auto& self = *static_cast<Daemon*>(userdata);
+    // Only the bus says who left: any peer may send this signal, to us alone
+    // even, but the bus stamps each peer's own name on what it sends.
+    const char* sender = sd_bus_message_get_sender(signal);
+    if (sender == nullptr || std::string_view(sender) != "org.freedesktop.DBus")
+        return 0;
     const char *name = nullptr, *previous = nullptr, *next = nullptr;
     if (sd_bus_message_read(signal, "sss", &name, &previous, &next) < 0 || *next != '\0')
         return 0;
-    auto found = self.clientsByOwner_.find(name);
-    if (found == self.clientsByOwner_.end())
+    auto found = self.owners_.find(name);
+    if (found == self.owners_.end())
         return 0;
-    const std::set<std::uint64_t> ids = std::move(found->second);
-    self.clientsByOwner_.erase(found);
+    const std::set<std::string> ids = std::move(found->second.clients);
+    self.owners_.erase(found);
     // Replies it waits for would go nowhere.
-    std::erase_if(self.deferred_, [name](const auto& call) {
-        return std::string_view(sd_bus_message_get_sender(call.second.get())) == name;
+    std::erase_if(self.deferred_, [&self, name](const auto& entry) {
+        if (std::string_view(sd_bus_message_get_sender(entry.second.call.get())) != name)
+            return false;
+        --self.users_[entry.second.uid].pending;
+        return true;
     });
-    for (std::uint64_t id : ids)
+    for (const std::string& id : ids)
         self.ownerGone(id);
     return 0;
 }

@@ -2,10 +2,20 @@
 // the hosted service's clients, owns the bookkeeping of who may use what,
 // and answers bad peers with D-Bus errors. Everything here runs on the
 // loop's thread; only RelayDelegate is reached from service threads.
+//
+// Every peer is a stranger: a caller reaches only its own clients (by a
+// path of 128 random bits) and its own user's contexts; only the bus itself
+// can say that a peer left; each user's contexts, clients, evaluations and
+// calls awaiting a reply are limited, and so are all users' together, a
+// call beyond a limit getting org.freedesktop.DBus.Error.LimitsExceeded;
+// services run on a fixed pool of threads shared fairly among users; and
+// each user's guessing is limited across all of its contexts (AttemptGuard).
 #pragma once
 
 #include "HostedService.h"
 #include "RelayDelegate.h"
+#include "services/core/AttemptGuard.h"
+#include "services/core/ServiceThread.h"
 #include "services/dbus/EventLoop.h"
 #include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVClient.h"
@@ -24,8 +34,23 @@ namespace tessiva::daemon {
 struct DaemonLimits {
     // How long a context outlives the last client process that used it.
     std::chrono::seconds idleTime{300};
+    // Per user. A call awaiting a reply holds its message, which the value
+    // bounds keep under about 150 KiB, so `pendingPerUser` also bounds the
+    // bytes a user makes the daemon hold.
     std::size_t contextsPerUser = 64;
+    std::size_t evaluationsPerUser = 8;
+    std::size_t pendingPerUser = 64;
     std::size_t clientsPerConnection = 256;
+    // All users together.
+    std::size_t contexts = 4096;
+    std::size_t clients = 16384;
+    std::size_t evaluations = 256;
+    std::size_t pending = 1024;
+    // The service threads; one user's work runs on half of them at most.
+    std::size_t threads = 16;
+    // An evaluation ends when the user has not answered within this time.
+    std::chrono::seconds answerTimeout{300};
+    detail::AttemptLimits attempts;
 };
 
 class Daemon {
@@ -53,11 +78,15 @@ private:
     enum class ClientState { connected, evaluating, gone };
     struct Client {
         std::string owner; // the unique bus name of the process
+        uid_t uid = 0;
+        pid_t pid = 0;
         std::string handleKey;
         ObRef<KVClient> client;
         ObRef<RelayDelegate> relay; // absent without a delegate
         ClientState state = ClientState::connected;
-        std::size_t evaluations = 0; // policy evaluations the service has not ended
+        std::size_t evaluations = 0;                // policy evaluations the service has not ended
+        std::int64_t policy = 0;                    // of the last one, for the audit line
+        detail::bus::DisabledSourceRef answerTimer; // armed while evaluating
     };
     struct Context {
         uid_t uid = 0; // its service is services_->forUser(uid)
@@ -66,8 +95,24 @@ private:
         std::size_t clients = 0;
         detail::bus::DisabledSourceRef idleTimer; // armed while it has no client
     };
+    // A connection that called Connect.
+    struct Owner {
+        uid_t uid = 0;
+        std::set<std::string> clients; // those not gone
+    };
+    // What one user holds.
+    struct User {
+        std::size_t contexts = 0;
+        std::size_t evaluations = 0;
+        std::size_t pending = 0;
+        ObRef<detail::AttemptGuard> guard;
+    };
+    struct Pending {
+        detail::bus::MessageRef call;
+        uid_t uid = 0;
+    };
 
-    // Each method's arguments after the client's number, and how they are read.
+    // Each method's arguments after the client's path, and how they are read.
     struct NoArguments;
     struct PolicyArguments;
     struct ACLArguments;
@@ -76,28 +121,40 @@ private:
     struct AnswerArguments;
     struct ReturnArguments;
     // A method on one of the caller's clients, as an sd-bus callback: reads
-    // the client's number, then the method's arguments, then checks that the
-    // caller owns the client (UnknownClient otherwise) before running it.
-    template <class Arguments,
-              int (Daemon::*method)(sd_bus_message*, std::uint64_t, Client&, Arguments&)>
+    // the client's path and checks that the caller owns the client
+    // (UnknownClient otherwise) before it reads the method's arguments and
+    // runs it.
+    template <class Arguments, int (Daemon::*method)(sd_bus_message*, const std::string&, Client&,
+                                                     Arguments&, sd_bus_error*)>
     static int onClientMethod(sd_bus_message* call, void* userdata, sd_bus_error* error);
 
     static const sd_bus_vtable vtable[];
     static int onConnect(sd_bus_message*, void*, sd_bus_error*);
+    int connect(sd_bus_message*, sd_bus_error*);
     static int onStatistics(sd_bus_message*, void*, sd_bus_error*);
     static int onNameOwnerChanged(sd_bus_message*, void*, sd_bus_error*);
     static int onIdle(sd_event_source*, uint64_t, void*);
-    int onRelease(sd_bus_message*, std::uint64_t id, Client&, NoArguments&);
-    int onInvalidate(sd_bus_message*, std::uint64_t id, Client&, NoArguments&);
-    int onEvaluatePolicy(sd_bus_message*, std::uint64_t id, Client&, PolicyArguments&);
-    int onEvaluateACL(sd_bus_message*, std::uint64_t id, Client&, ACLArguments&);
-    int onEnterPassword(sd_bus_message*, std::uint64_t id, Client&, PasswordArguments&);
-    int onFailProcessedEvent(sd_bus_message*, std::uint64_t id, Client&, FailureArguments&);
-    int onAnswerEvent(sd_bus_message*, std::uint64_t id, Client&, AnswerArguments&);
-    int onEventReturned(sd_bus_message*, std::uint64_t id, Client&, ReturnArguments&);
+    static int onAnswerTimeout(sd_event_source*, uint64_t, void*);
+    int onRelease(sd_bus_message*, const std::string& id, Client&, NoArguments&, sd_bus_error*);
+    int onInvalidate(sd_bus_message*, const std::string& id, Client&, NoArguments&, sd_bus_error*);
+    int onEvaluatePolicy(sd_bus_message*, const std::string& id, Client&, PolicyArguments&,
+                         sd_bus_error*);
+    int onEvaluateACL(sd_bus_message*, const std::string& id, Client&, ACLArguments&,
+                      sd_bus_error*);
+    int onEnterPassword(sd_bus_message*, const std::string& id, Client&, PasswordArguments&,
+                        sd_bus_error*);
+    int onFailProcessedEvent(sd_bus_message*, const std::string& id, Client&, FailureArguments&,
+                             sd_bus_error*);
+    int onAnswerEvent(sd_bus_message*, const std::string& id, Client&, AnswerArguments&,
+                      sd_bus_error*);
+    int onEventReturned(sd_bus_message*, const std::string& id, Client&, ReturnArguments&,
+                        sd_bus_error*);
 
+    // Whether the user may have one more call awaiting a reply; the refusal
+    // in `error` otherwise.
+    int admitPending(uid_t uid, sd_bus_error* error);
     // Keeps the call for a reply that comes later; its number.
-    std::uint64_t defer(sd_bus_message* call);
+    std::uint64_t defer(sd_bus_message* call, uid_t uid);
     // Replies to the call with what `write` appends; when that fails to
     // encode a value, once more with the failure to report instead.
     void reply(sd_bus_message* call, const ReplyWriter& write);
@@ -105,28 +162,32 @@ private:
     void replyLater(std::uint64_t call, const ReplyWriter& write);
     // Defers the call, and makes the callback for the service's reply to it:
     // on the loop's thread, it replies with what `write` makes of the
-    // service's reply, then runs `then`.
-    template <class Write, class Then = void (*)()>
+    // service's reply, then runs `then` with the service's error.
+    template <class Write, class Then = void (*)(const ObRef<ObError>&)>
     auto replyCallback(
-        sd_bus_message* call, Write write, Then then = [] {});
-    // Registers the client the service made; its number, 0 for none.
-    std::uint64_t finishConnect(std::uint64_t call, const std::string& owner, uid_t uid,
-                                const ObRef<ObString>& creator, const ObRef<RelayDelegate>& relay,
-                                const ObRef<KVClient>& client, const ObRef<ObError>& failure);
-    void sendEvent(const std::string& owner, std::uint64_t client, std::uint64_t serial,
+        sd_bus_message* call, uid_t uid, Write write, Then then = [](const ObRef<ObError>&) {});
+    // Registers the client the service made; its path, empty for none.
+    std::string finishConnect(std::uint64_t call, const std::string& owner, uid_t uid, pid_t pid,
+                              const ObRef<ObString>& creator, const ObRef<RelayDelegate>& relay,
+                              const ObRef<KVClient>& client, const ObRef<ObError>& failure);
+    void sendEvent(const std::string& owner, const std::string& client, std::uint64_t serial,
                    ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay);
+    // Writes the audit line of an evaluation's end.
+    void audit(const Client& client, const ObRef<ObError>& error) const;
+    User& user(uid_t uid);
 
     // Client states.
-    // A new client of the owner on the context, connected; its number.
-    std::uint64_t admit(const std::string& owner, const std::string& key, Context& context,
-                        const ObRef<KVClient>& client, const ObRef<RelayDelegate>& relay);
+    // A new client of the owner on the context, connected; its path.
+    std::string admit(const std::string& owner, uid_t uid, pid_t pid, const std::string& key,
+                      Context& context, const ObRef<KVClient>& client,
+                      const ObRef<RelayDelegate>& relay);
     // A policy evaluation starts or ends for the client.
-    void startEvaluation(Client& client);
-    void endEvaluation(std::uint64_t id);
+    void startEvaluation(const std::string& id, Client& client);
+    void endEvaluation(const std::string& id, const ObRef<ObError>& error);
     // The client's process has left the bus.
-    void ownerGone(std::uint64_t id);
+    void ownerGone(const std::string& id);
     // The client goes for good, and the context idles once it has no client.
-    void release(std::uint64_t id);
+    void release(const std::string& id);
 
     void forgetContext(const std::string& key);
     void armIdleTimer(const std::string& key, Context& context);
@@ -135,13 +196,15 @@ private:
     sd_bus* bus_; // owned by the caller, which keeps it open while the daemon lives
     const std::unique_ptr<HostedServices> services_;
     const DaemonLimits limits_;
+    const std::shared_ptr<detail::ServicePool> pool_;
     detail::bus::SlotRef objectSlot_;
     detail::bus::SlotRef ownerSlot_;
-    std::unordered_map<std::uint64_t, Client> clients_;
+    std::unordered_map<std::string, Client> clients_;
     std::unordered_map<std::string, Context> contexts_;
-    // Every connection that called Connect, with its clients that are not gone.
-    std::unordered_map<std::string, std::set<std::uint64_t>> clientsByOwner_;
-    std::map<std::uint64_t, detail::bus::MessageRef> deferred_;
+    std::unordered_map<std::string, Owner> owners_;
+    std::unordered_map<uid_t, User> users_;
+    std::map<std::uint64_t, Pending> deferred_;
+    std::size_t evaluations_ = 0;
     std::uint64_t nextCall_ = 1;
 };
 } // namespace tessiva::daemon

@@ -15,6 +15,7 @@ class SharedService final : public HostedServices {
 public:
     explicit SharedService(ObRef<KVClientBackend> service) : service_(std::move(service)) {}
     ObRef<KVClientBackend> forUser(uid_t, ObRef<ObError>*) override { return service_; }
+    const char* name() const noexcept override { return "simulated"; }
 
 private:
     const ObRef<KVClientBackend> service_;
@@ -41,6 +42,7 @@ public:
         services_.emplace(uid, service);
         return service;
     }
+    const char* name() const noexcept override { return "pam"; }
 
 private:
     const KVPAMConfiguration configuration_;

@@ -22,6 +22,8 @@ public:
     // The backend for the user with that uid; absent, with the error to
     // reply, when that user cannot be served.
     virtual ObRef<KVClientBackend> forUser(uid_t uid, ObRef<ObError>* error) = 0;
+    // The name --service gives it.
+    virtual const char* name() const noexcept = 0;
 };
 
 struct HostedServiceOptions {

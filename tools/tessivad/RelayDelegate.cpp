@@ -28,7 +28,12 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
     Return ended;
     {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return closed_ || returns_[serial].done; });
+        // A delegate's call returns at once (the answer comes later); a
+        // client that never says so must not hold a service thread.
+        if (!changed_.wait_for(lock, returnTimeout,
+                               [&] { return closed_ || returns_[serial].done; }))
+            returns_[serial] = Return{true, EventOutcome::threwException,
+                                      "The client process did not return from the event."};
         ended = std::move(returns_[serial]);
         returns_.erase(serial);
     }

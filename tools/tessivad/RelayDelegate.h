@@ -9,6 +9,7 @@
 #include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -19,6 +20,9 @@
 
 namespace tessiva::daemon {
 using detail::bus::EventOutcome;
+
+// How long a service thread waits for the client's delegate call to return.
+inline constexpr std::chrono::seconds returnTimeout{10};
 
 // Sends an event to the client on the loop's thread.
 using EventSender =

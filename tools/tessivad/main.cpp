@@ -30,9 +30,19 @@ constexpr char usage[] =
     "                          the PAM service for biometrics only (none: unavailable)\n"
     "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
     "  --max-contexts N        contexts per user (64)\n"
+    "  --max-evaluations N     evaluations in flight per user (8)\n"
+    "  --max-pending N         calls awaiting a reply per user (64)\n"
+    "  --threads N             service threads; one user gets half at most (16)\n"
+    "  --answer-timeout N      seconds a user has to answer an evaluation (300)\n"
+    "  --deny N                failed attempts of a user before a lockout (3)\n"
+    "  --fail-interval N       seconds in which those failures count (900)\n"
+    "  --unlock-time N         seconds a lockout lasts (600)\n"
+    "  --fail-delay-ms N       milliseconds before a user's next attempt after a\n"
+    "                          failure (2000)\n"
     "  --help                  this text\n"
     "\n"
     "With pam, each caller authenticates as the user the bus reports for it.\n"
+    "Each authentication is logged to standard error (the journal under systemd).\n"
     "\n"
     "Prints \"tessivad: ready\" on standard output once it owns its name; ends on\n"
     "SIGTERM or SIGINT, or when the bus goes. Exit status: 0 ended, 1 failed, 2 bad usage.\n";
@@ -89,6 +99,22 @@ int main(int argc, char** argv) {
             options.limits.idleTime = std::chrono::seconds(value);
         } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {
             options.limits.contextsPerUser = value;
+        } else if (argument == "--max-evaluations" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.evaluationsPerUser = value;
+        } else if (argument == "--max-pending" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.pendingPerUser = value;
+        } else if (argument == "--threads" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.threads = value;
+        } else if (argument == "--answer-timeout" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.answerTimeout = std::chrono::seconds(value);
+        } else if (argument == "--deny" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.attempts.deny = unsigned(value);
+        } else if (argument == "--fail-interval" && hasValue && number(argv[++i], value, 1)) {
+            options.limits.attempts.failInterval = std::chrono::seconds(value);
+        } else if (argument == "--unlock-time" && hasValue && number(argv[++i], value, 0)) {
+            options.limits.attempts.unlockTime = std::chrono::seconds(value);
+        } else if (argument == "--fail-delay-ms" && hasValue && number(argv[++i], value, 0)) {
+            options.limits.attempts.failDelay = std::chrono::milliseconds(value);
         } else {
             return badUsage("bad argument '" + std::string(argument) + "'");
         }

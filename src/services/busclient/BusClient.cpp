@@ -21,7 +21,7 @@ ObRef<ObError> readOutcome(sd_bus_message* reply, ObRef<ObObject>& result) {
 BusClient::~BusClient() {
     link_->forgetDelegate(id_);
     link_->send("Release", [id = id_](sd_bus_message* m) -> ObRef<ObError> {
-        sd_bus_message_append(m, "t", id);
+        sd_bus_message_append(m, "o", id.c_str());
         return nullptr;
     });
 }
@@ -30,7 +30,7 @@ void BusClient::invalidate() {
     link_->callAndWait(
         "Invalidate",
         [this](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "t", id_);
+            sd_bus_message_append(m, "o", id_.c_str());
             return nullptr;
         },
         [](sd_bus_message*, ObRef<ObError>) {});
@@ -43,7 +43,7 @@ void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDic
     link_->call(
         "EvaluatePolicy",
         [this, policy, options](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "tx", id_, std::int64_t(policy));
+            sd_bus_message_append(m, "ox", id_.c_str(), std::int64_t(policy));
             return appendValue(m, options);
         },
         // The pending call keeps the link alive; the dispatcher task then
@@ -70,7 +70,7 @@ void BusClient::evaluateACL_operation_options_reply(const ObRef<ObObject>& acl,
     link_->callAndWait(
         "EvaluateACL",
         [&](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "t", id_);
+            sd_bus_message_append(m, "o", id_.c_str());
             for (const ObRef<ObObject>& value : {acl, operation, ObRef<ObObject>(options)})
                 if (ObRef<ObError> failure = appendValue(m, value))
                     return failure;
@@ -105,7 +105,7 @@ void BusClient::enterPassword_reply(const ObRef<ObObject>& password, KVSuccessRe
     requestSuccess(
         "EnterPassword",
         [&](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "t", id_);
+            sd_bus_message_append(m, "o", id_.c_str());
             return appendValue(m, password);
         },
         reply);
@@ -117,7 +117,7 @@ void BusClient::failProcessedEvent_failureError_reply(ObInteger event,
     requestSuccess(
         "FailProcessedEvent",
         [&](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "tx", id_, std::int64_t(event));
+            sd_bus_message_append(m, "ox", id_.c_str(), std::int64_t(event));
             return appendValue(m, failureError);
         },
         reply);

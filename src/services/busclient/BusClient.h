@@ -8,9 +8,9 @@
 namespace tessiva::detail::bus {
 class BusClient final : public KVClient {
 public:
-    BusClient(std::shared_ptr<BusLink> link, std::uint64_t id, ObRef<ObData> handle,
+    BusClient(std::shared_ptr<BusLink> link, std::string id, ObRef<ObData> handle,
               ObRef<ObString> creator) noexcept
-        : link_(std::move(link)), id_(id), handle_(std::move(handle)),
+        : link_(std::move(link)), id_(std::move(id)), handle_(std::move(handle)),
           creator_(std::move(creator)) {}
     // Tells the daemon, which lets go of the context's client.
     ~BusClient() override;
@@ -37,7 +37,7 @@ private:
                         const KVSuccessReply& reply);
 
     const std::shared_ptr<BusLink> link_;
-    const std::uint64_t id_;
+    const std::string id_; // the client's path in the daemon
     const ObRef<ObData> handle_;
     const ObRef<ObString> creator_;
 };

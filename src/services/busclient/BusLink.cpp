@@ -32,7 +32,7 @@ ObRef<ObError> errorFromBus(const sd_bus_error* error) {
     if (sd_bus_error_has_name(error, errorUnknownClient))
         return kvError(KVErrorInvalidContext, "The context is unknown to the authentication "
                                               "daemon (it may have restarted).");
-    if (sd_bus_error_has_name(error, errorLimitExceeded))
+    if (sd_bus_error_has_name(error, SD_BUS_ERROR_LIMITS_EXCEEDED))
         return kvError(KVErrorServiceUnavailable,
                        "The authentication daemon refused the request: " + message);
     return unreachableError(message);
@@ -150,16 +150,17 @@ void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyRead
         read(nullptr, unreachableError(std::strerror(-result)));
 }
 
-void BusLink::addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate) {
+void BusLink::addDelegate(const std::string& client, const char* daemon,
+                          ObRef<KVUIDelegate> delegate) {
     std::lock_guard lock(delegatesMutex_);
-    delegates_[client] = std::move(delegate);
+    delegates_[client] = Delegate{daemon != nullptr ? daemon : "", std::move(delegate)};
 }
 
-void BusLink::forgetDelegate(std::uint64_t client) {
+void BusLink::forgetDelegate(const std::string& client) {
     ObRef<KVUIDelegate> forgotten;
     std::lock_guard lock(delegatesMutex_);
     if (auto found = delegates_.find(client); found != delegates_.end()) {
-        forgotten = std::move(found->second);
+        forgotten = std::move(found->second.delegate);
         delegates_.erase(found);
     }
 }
@@ -174,28 +175,32 @@ int BusLink::onMessage(sd_bus_message* message, void* self, sd_bus_error*) {
 }
 
 void BusLink::deliverEvent(sd_bus_message* message) {
-    std::uint64_t client = 0, serial = 0;
-    std::int64_t event = 0;
-    ObRef<ObObject> params;
-    if (sd_bus_message_read(message, "ttx", &client, &serial, &event) < 0 ||
-        !readValue(message, params).empty())
-        return;
+    const char* path = sd_bus_message_get_path(message);
+    const char* sender = sd_bus_message_get_sender(message);
     ObRef<KVUIDelegate> delegate;
     {
         std::lock_guard lock(delegatesMutex_);
-        if (auto found = delegates_.find(client); found != delegates_.end())
-            delegate = found->second;
+        auto found = path != nullptr ? delegates_.find(path) : delegates_.end();
+        // Anything else is another peer's forgery, or for a client gone:
+        // neither is answered.
+        if (found == delegates_.end() || sender == nullptr || found->second.daemon != sender)
+            return;
+        delegate = found->second.delegate;
     }
+    std::uint64_t serial = 0;
+    std::int64_t event = 0;
+    ObRef<ObObject> params;
+    if (sd_bus_message_read(message, "tx", &serial, &event) < 0 ||
+        !readValue(message, params).empty())
+        return;
+    const std::string client = path;
     auto returnEvent = [client, serial](BusLink& link, EventOutcome outcome, std::string text) {
         link.send("EventReturned", [=](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "ttis", client, serial, std::int32_t(outcome), text.c_str());
+            sd_bus_message_append(m, "otis", client.c_str(), serial, std::int32_t(outcome),
+                                  text.c_str());
             return nullptr;
         });
     };
-    if (!delegate) {
-        returnEvent(*this, EventOutcome::returned, "");
-        return;
-    }
     // Weak: a delegate may keep its reply after every client has gone.
     std::weak_ptr<BusLink> weak = weak_from_this();
     dispatcher_.post([weak, delegate, client, serial, event, returnEvent,
@@ -209,7 +214,7 @@ void BusLink::deliverEvent(sd_bus_message* message) {
             if (!alive)
                 return;
             alive->send("AnswerEvent", [=](sd_bus_message* m) -> ObRef<ObError> {
-                sd_bus_message_append(m, "tt", client, serial);
+                sd_bus_message_append(m, "ot", client.c_str(), serial);
                 // An answer that cannot cross fails the evaluation with the reason.
                 if (ObRef<ObError> failure = encodingError(m, response))
                     return appendValue(m, nullptr) ? failure : appendValue(m, failure);

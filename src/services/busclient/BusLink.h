@@ -46,9 +46,11 @@ public:
     // Sends a method call whose reply nobody waits for.
     void send(const char* member, ArgumentWriter write);
 
-    // Where events for the client go, until forgotten.
-    void addDelegate(std::uint64_t client, ObRef<KVUIDelegate> delegate);
-    void forgetDelegate(std::uint64_t client);
+    // Where events for the client (its path) go, until forgotten: those
+    // signalled on the client's path by the daemon, which has that unique
+    // name. Any other peer may send a signal, but not under that name.
+    void addDelegate(const std::string& client, const char* daemon, ObRef<KVUIDelegate> delegate);
+    void forgetDelegate(const std::string& client);
 
     Dispatcher& dispatcher() noexcept { return dispatcher_; }
 
@@ -64,7 +66,11 @@ private:
     BusRef bus_;
     std::atomic<bool> connected_{true};
     std::mutex delegatesMutex_;
-    std::map<std::uint64_t, ObRef<KVUIDelegate>> delegates_;
+    struct Delegate {
+        std::string daemon;
+        ObRef<KVUIDelegate> delegate;
+    };
+    std::map<std::string, Delegate> delegates_;
     Dispatcher dispatcher_;
     std::thread thread_;
 };

@@ -35,19 +35,20 @@ void BusService::clientWithExternalizedContext_uiDelegate_reply(
             return nullptr;
         },
         [&](sd_bus_message* message, ObRef<ObError> failure) {
-            std::uint64_t id = 0;
+            const char* id = nullptr;
             ObRef<ObObject> handle, creator, carried;
             if (!message) {
                 error = failure;
-            } else if (sd_bus_message_read(message, "t", &id) < 0 ||
+            } else if (sd_bus_message_read(message, "o", &id) < 0 ||
                        !readValue(message, handle).empty() ||
                        !readValue(message, creator).empty() ||
                        !readValue(message, carried).empty()) {
                 error = malformedReplyError();
             } else if (!(error = ob_cast<ObError>(carried))) {
-                // Registered on the loop's thread, before any event can come.
+                // Registered on the loop's thread, before any event can come;
+                // events count only from the daemon that made the client.
                 if (uiDelegate)
-                    connection->addDelegate(id, uiDelegate);
+                    connection->addDelegate(id, sd_bus_message_get_sender(message), uiDelegate);
                 client = ObMake<BusClient>(connection, id, ob_cast<ObData>(handle),
                                            ob_cast<ObString>(creator));
             }

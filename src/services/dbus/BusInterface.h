@@ -12,7 +12,8 @@ inline constexpr char objectPath[] = "/org/tessiva/Authentication1";
 inline constexpr char interfaceName[] = "org.tessiva.Authentication1";
 inline constexpr char errorUnknownClient[] = "org.tessiva.Authentication1.Error.UnknownClient";
 inline constexpr char errorInvalidValue[] = "org.tessiva.Authentication1.Error.InvalidValue";
-inline constexpr char errorLimitExceeded[] = "org.tessiva.Authentication1.Error.LimitExceeded";
+// A client's path: 128 random bits under this prefix, in hexadecimal.
+inline constexpr char clientPathPrefix[] = "/org/tessiva/Authentication1/client/";
 
 // How a client's delegate call for an event ended, as EventReturned says.
 enum class EventOutcome : std::int32_t { returned = 0, threwException = 1, threwOther = 2 };
