@@ -34,6 +34,8 @@ PAIRS = [
      "DelegateEvent/ours", "DelegateEvent/baseline", "cpu", 1.5, False),
     ("six-entry dictionary vs JSON object",
      "SixEntryDictionary/ours", "SixEntryDictionary/baseline", "cpu", 1.0, False),
+    ("4,096 number keys aimed at one slot vs consecutive",
+     "AimedNumberKeys/ours", "AimedNumberKeys/baseline", "cpu", 1.5, False),
     ("hints on 2 threads vs 1 (throughput)",
      "OptionsFromVRHints/threads/real_time/threads:2",
      "OptionsFromVRHints/threads/real_time/threads:1", "throughput", 1.8, False),

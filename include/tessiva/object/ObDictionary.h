@@ -41,7 +41,8 @@ public:
     // "{key = value; key = value}" in enumeration order; "{}" when empty;
     // cycles and very deep or long graphs are marked as ObArray's are.
     ObRef<ObString> description() const override;
-    // From the count and the keys' hashes, whatever their order.
+    // From the count and the keys, whatever their order. Like the index, it
+    // is keyed with a secret of the process, so it differs between processes.
     ObUInteger hash() const noexcept override;
     const char* className() const noexcept override;
 
@@ -60,12 +61,14 @@ private:
 
     // Internal helpers stay out of the exported surface, whatever the optimiser
     // decides to inline.
+    // The key's position, or emptySlot; `placed` is its first placement.
     TESSIVA_PLATFORM_NO_EXPORT std::uint32_t findEntry(const ObObject* key,
-                                                       ObUInteger hash) const noexcept;
+                                                       ObUInteger placed) const noexcept;
     TESSIVA_PLATFORM_NO_EXPORT void rebuildIndex(ObUInteger minimumCapacity);
 
     std::vector<Entry> entries_;
-    // The keys' hashes, by position, so that probes compare numbers first.
+    // The keys' placement values (keyed hashes), by position, so that probes
+    // compare numbers first.
     std::vector<ObUInteger> hashes_;
     // Open-addressing index into entries_; its size is zero or a power of two.
     std::vector<std::uint32_t> slots_;

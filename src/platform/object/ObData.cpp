@@ -1,6 +1,7 @@
 // Immutable bytes and their hexadecimal text form.
 #include "tessiva/object/ObData.h"
 
+#include "KeyedHash.h"
 #include "tessiva/object/ObString.h"
 
 #include <string>
@@ -24,8 +25,11 @@ ObRef<ObString> ObData::description() const {
     return ObString::make(text);
 }
 
+// Keyed, unlike a string's hash, which constants carry from compile time: no
+// constant carries a data's, and so a peer cannot choose bytes whose hashes
+// collide.
 ObUInteger ObData::hash() const noexcept {
-    return tessiva::detail::hashBytes(
+    return tessiva::detail::keyedHashBytes(
         std::string_view(reinterpret_cast<const char*>(bytes_.data()), bytes_.size()));
 }
 

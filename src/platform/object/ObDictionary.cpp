@@ -4,25 +4,104 @@
 
 #include "ContainerHash.h"
 #include "Description.h"
+#include "ExactKind.h"
 #include "GraphEquality.h"
+#include "KeyedHash.h"
 #include "tessiva/object/ObException.h"
 #include "tessiva/object/ObFormat.h"
+#include "tessiva/object/ObNumber.h"
+#include "tessiva/object/ObString.h"
 
 #include <bit>
 #include <limits>
 #include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
 
 namespace {
-// The home slot of a hash in an index of `capacity` (a power of two) slots.
-// Hashes often differ only in their high bits (addresses, multiples of a power
-// of two), so the slot comes from the top bits of a Fibonacci product, which
-// depend on every bit of the hash, rather than from its low bits.
-ObUInteger homeSlot(ObUInteger hash, ObUInteger capacity) noexcept {
-    constexpr ObUInteger golden = sizeof(ObUInteger) == 8
-                                      ? static_cast<ObUInteger>(0x9E3779B97F4A7C15ULL)
-                                      : static_cast<ObUInteger>(0x9E3779B9UL);
+using tessiva::detail::isExactly;
+
+// A key's placement in the index is a value only this process can work out,
+// so that the keys a peer sends cannot be aimed at one probe run (KeyedHash.h
+// argues it): first the key's hash under the process's keyed mix, which keeps
+// distinct hashes distinct; and for a string whose hash another key in that
+// run already has, SipHash of its text. Equal keys get equal placements.
+ObUInteger placement(const ObObject& key) noexcept {
+    return tessiva::detail::keyedMix(key.hash());
+}
+
+// The string a key is, or null: only strings get the second placement.
+const ObString* stringKey(const ObObject& key) noexcept {
+    const std::type_info& type = typeid(key);
+    if (isExactly<ObConstantString>(type) || isExactly<ObString>(type))
+        return static_cast<const ObString*>(&key);
+    if (isExactly<ObNumber>(type))
+        return nullptr;
+    return dynamic_cast<const ObString*>(&key);
+}
+
+ObUInteger textPlacement(const ObString& key) noexcept {
+    return tessiva::detail::keyedHashBytes(key.text());
+}
+
+// The home slot of a placement in an index of `capacity` (a power of two)
+// slots: its top bits, which depend on every bit of the hash.
+ObUInteger homeSlot(ObUInteger placed, ObUInteger capacity) noexcept {
     const int shift = std::numeric_limits<ObUInteger>::digits - std::countr_zero(capacity);
-    return (hash * golden) >> shift;
+    return placed >> shift;
+}
+
+// A scan of the run from the home slot of `placed`: the position of the key
+// if it is stored there under `placed`; else emptySlot, the free slot that
+// ends the run, and whether the run holds another key stored under the same
+// placement (another key of the same hash).
+struct Probe {
+    std::uint32_t position;
+    ObUInteger freeSlot;
+    bool shared;
+};
+
+inline Probe probe(const std::vector<std::uint32_t>& slots,
+                   const std::vector<ObUInteger>& placements,
+                   const std::vector<ObDictionary::Entry>& entries, std::uint32_t emptySlot,
+                   const ObObject& key, ObUInteger placed) noexcept {
+    const ObUInteger mask = slots.size() - 1;
+    bool shared = false;
+    for (ObUInteger slot = homeSlot(placed, slots.size());; slot = (slot + 1) & mask) {
+        const std::uint32_t position = slots[slot];
+        if (position == emptySlot)
+            return {emptySlot, slot, shared};
+        if (placements[position] != placed)
+            continue;
+        // Identity first: keys are mostly the very constants a table holds.
+        const ObObject* candidate = entries[position].first.get();
+        if (candidate == &key || candidate->isEqual(&key))
+            return {position, slot, shared};
+        shared = true;
+    }
+}
+
+// Where a key is, or would go, in a non-empty index: the scan from its first
+// placement (`placed`), or, for a string whose run there holds another key of
+// its hash, from its text's; with the placement that scan used.
+struct Location {
+    Probe probe;
+    ObUInteger placed;
+};
+
+inline Location locate(const std::vector<std::uint32_t>& slots,
+                       const std::vector<ObUInteger>& placements,
+                       const std::vector<ObDictionary::Entry>& entries, std::uint32_t emptySlot,
+                       const ObObject& key, ObUInteger placed) noexcept {
+    Probe found = probe(slots, placements, entries, emptySlot, key, placed);
+    if (found.position == emptySlot && found.shared) [[unlikely]] {
+        if (const ObString* string = stringKey(key)) {
+            placed = textPlacement(*string);
+            found = probe(slots, placements, entries, emptySlot, key, placed);
+        }
+    }
+    return {found, placed};
 }
 
 // What a dictionary filled one entry at a time makes room for first: the
@@ -59,25 +138,17 @@ ObRef<ObDictionary> ObDictionary::make() {
 }
 
 // Inline: it is the whole of a lookup, which tables do on every translation.
-inline std::uint32_t ObDictionary::findEntry(const ObObject* key, ObUInteger hash) const noexcept {
+inline std::uint32_t ObDictionary::findEntry(const ObObject* key,
+                                             ObUInteger placed) const noexcept {
     if (slots_.empty())
         return emptySlot;
-    const ObUInteger mask = slots_.size() - 1;
-    for (ObUInteger slot = homeSlot(hash, slots_.size());; slot = (slot + 1) & mask) {
-        const std::uint32_t position = slots_[slot];
-        if (position == emptySlot)
-            return emptySlot;
-        // Identity first: keys are mostly the very constants a table holds.
-        const ObObject* candidate = entries_[position].first.get();
-        if (hashes_[position] == hash && (candidate == key || candidate->isEqual(key)))
-            return position;
-    }
+    return locate(slots_, hashes_, entries_, emptySlot, *key, placed).probe.position;
 }
 
 ObObject* ObDictionary::peekObjectForKey(const ObObject* key) const noexcept {
     if (key == nullptr)
         return nullptr;
-    const std::uint32_t position = findEntry(key, key->hash());
+    const std::uint32_t position = findEntry(key, placement(*key));
     return position == emptySlot ? nullptr : entries_[position].second.get();
 }
 
@@ -99,43 +170,46 @@ void ObDictionary::rebuildIndex(ObUInteger minimumCapacity) {
     // A copy: binding the constant itself to assign's reference would emit it
     // as a dynamic symbol in some builds and not in others.
     slots_.assign(capacity, std::uint32_t{emptySlot});
-    const ObUInteger mask = capacity - 1;
+    // Placed anew in order, so that the first key of a hash takes the first
+    // placement, as when the entries were stored, even after a removal.
     for (std::uint32_t position = 0; position < entries_.size(); ++position) {
-        ObUInteger slot = homeSlot(hashes_[position], capacity);
-        while (slots_[slot] != emptySlot)
-            slot = (slot + 1) & mask;
-        slots_[slot] = position;
+        const ObObject& key = *entries_[position].first;
+        const Location free = locate(slots_, hashes_, entries_, emptySlot, key, placement(key));
+        slots_[free.probe.freeSlot] = position;
+        hashes_[position] = free.placed;
     }
 }
 
 void ObDictionary::store(ObRef<ObObject> key, ObRef<ObObject> value) {
-    const ObUInteger hash = key->hash();
-    const std::uint32_t position = findEntry(key.get(), hash);
-    if (position != emptySlot) {
-        entries_[position].second = std::move(value);
-        return;
+    const ObUInteger indexSize = slots_.size();
+    Location location{{emptySlot, 0, false}, placement(*key)};
+    if (indexSize != 0) {
+        location = locate(slots_, hashes_, entries_, emptySlot, *key, location.placed);
+        if (location.probe.position != emptySlot) {
+            entries_[location.probe.position].second = std::move(value);
+            return;
+        }
     }
     // A dictionary filled one entry at a time starts with room for a few,
     // rather than growing its three arrays at one, two, four and eight.
     if (entries_.capacity() == 0)
         reserve(firstCapacity);
     entries_.emplace_back(std::move(key), std::move(value));
-    hashes_.push_back(hash);
+    hashes_.push_back(location.placed);
     if (entries_.size() * 2 > slots_.size()) {
         rebuildIndex(entries_.size());
         return;
     }
-    const ObUInteger mask = slots_.size() - 1;
-    ObUInteger slot = homeSlot(hash, slots_.size());
-    while (slots_[slot] != emptySlot)
-        slot = (slot + 1) & mask;
+    // An index made just now holds nothing, and the home slot is free.
+    const ObUInteger slot = slots_.size() == indexSize ? location.probe.freeSlot
+                                                       : homeSlot(location.placed, slots_.size());
     slots_[slot] = static_cast<std::uint32_t>(entries_.size() - 1);
 }
 
 void ObDictionary::remove(const ObObject* key) noexcept {
     if (key == nullptr)
         return;
-    const std::uint32_t position = findEntry(key, key->hash());
+    const std::uint32_t position = findEntry(key, placement(*key));
     if (position == emptySlot)
         return;
     // Removal is rare: closing the gap keeps the order, and the index is
@@ -152,11 +226,12 @@ ObRef<ObString> ObDictionary::description() const {
 }
 
 ObUInteger ObDictionary::hash() const noexcept {
-    // The keys' hashes are at hand and equal dictionaries have equal keys in
-    // any order, so their sum is both cheap and consistent with equals.
+    // Equal dictionaries have equal keys in any order, so the sum of their
+    // first placements is consistent with equals (which of two keys of one
+    // hash took the second depends on the order they came in).
     ObUInteger sum = 0;
-    for (const ObUInteger keyHash : hashes_)
-        sum += keyHash;
+    for (const Entry& entry : entries_)
+        sum += placement(*entry.first);
     return tessiva::detail::mixHash(entries_.size(), sum);
 }
 

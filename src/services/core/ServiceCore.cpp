@@ -3,24 +3,19 @@
 
 #include "ServiceClient.h"
 #include "ServiceErrors.h"
+#include "platform/object/RandomBytes.h"
 #include "tessiva/object/ObMake.h"
 
 #include <array>
 #include <cerrno>
-#include <cstring>
-#include <random>
 
 namespace tessiva::detail {
 namespace {
 OB_CONSTANT_STRING(unknownHandleMessage, "No context matches the handle.");
 
 ObRef<ObData> randomHandle() {
-    std::random_device device;
     std::array<unsigned char, 16> bytes;
-    for (std::size_t offset = 0; offset < bytes.size(); offset += sizeof(unsigned int)) {
-        const unsigned int word = device();
-        std::memcpy(bytes.data() + offset, &word, sizeof word);
-    }
+    fillRandomBytes(bytes.data(), bytes.size());
     return ObData::make(bytes.data(), bytes.size());
 }
 
