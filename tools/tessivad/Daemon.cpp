@@ -3,6 +3,7 @@
 #include "Daemon.h"
 
 #include "platform/brindle/KVErrors.h"
+#include "platform/object/RandomBytes.h"
 #include "platform/os/UserName.h"
 #include "services/core/ServiceClient.h"
 #include "services/dbus/BusInterface.h"
@@ -14,7 +15,6 @@
 
 #include <cinttypes>
 #include <cstdio>
-#include <sys/random.h>
 
 namespace tessiva::daemon {
 using namespace detail::bus;
@@ -49,16 +49,10 @@ std::string keyOf(const ObData& handle) {
 }
 
 // A client's path: 128 bits from the kernel's random source, which no other
-// process can guess; empty when the kernel gives none.
+// process can guess.
 std::string randomClientPath() {
     unsigned char bytes[16];
-    std::size_t got = 0;
-    while (got < sizeof bytes) {
-        const ssize_t read = getrandom(bytes + got, sizeof bytes - got, 0);
-        if (read < 0 && errno != EINTR)
-            return {};
-        got += read > 0 ? std::size_t(read) : 0;
-    }
+    detail::fillRandomBytes(bytes, sizeof bytes);
     std::string path = clientPathPrefix;
     for (unsigned char byte : bytes) {
         constexpr char digits[] = "0123456789abcdef";
@@ -464,14 +458,6 @@ std::string Daemon::finishConnect(std::uint64_t number, const std::string& owner
         ++user(uid).contexts;
     }
     const std::string id = admit(owner, uid, pid, key, context, client, relay);
-    if (id.empty()) {
-        replyLater(number, connectWriter({}, nullptr, nullptr,
-                                         detail::kvError(KVErrorServiceUnavailable,
-                                                         "The daemon could not name the client.")));
-        if (context.clients == 0)
-            armIdleTimer(key, context);
-        return {};
-    }
     replyLater(number, connectWriter(id, handle, context.creator, nullptr));
     return id;
 }
@@ -519,10 +505,8 @@ std::string Daemon::admit(const std::string& owner, uid_t uid, pid_t pid, const 
                           Context& context, const ObRef<KVClient>& client,
                           const ObRef<RelayDelegate>& relay) {
     std::string id = randomClientPath();
-    while (!id.empty() && clients_.count(id))
+    while (clients_.count(id))
         id = randomClientPath();
-    if (id.empty())
-        return id;
     ++context.clients;
     context.idleTimer.reset();
     Client made;
