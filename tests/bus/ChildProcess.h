@@ -27,9 +27,11 @@ namespace tessiva::test {
 class ChildProcess {
 public:
     // Runs argv with this process's environment and the variables added;
-    // its standard input and error are the test's too unless `piped`.
+    // its standard input and error are the test's too unless `piped`, or
+    // its errors go to the file `errorFile` when one is named.
     ChildProcess(const std::vector<std::string>& argv,
-                 const std::vector<std::string>& extraEnv = {}, bool piped = false)
+                 const std::vector<std::string>& extraEnv = {}, bool piped = false,
+                 const std::string& errorFile = {})
         : name_(argv[0]) {
         int out[2], in[2] = {-1, -1}, err[2] = {-1, -1};
         if (pipe2(out, O_CLOEXEC) != 0 ||
@@ -41,6 +43,9 @@ public:
         if (piped) {
             posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
             posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+        } else if (!errorFile.empty()) {
+            posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(),
+                                             O_WRONLY | O_CREAT | O_TRUNC, 0600);
         }
         // The variables added replace those of the same name.
         std::vector<std::string> env = extraEnv;
@@ -113,6 +118,7 @@ public:
         return errorText_;
     }
     void signal(int number) const { kill(pid_, number); }
+    pid_t pid() const noexcept { return pid_; }
     // Its wait status, once it has ended.
     int wait() {
         int status = 0;

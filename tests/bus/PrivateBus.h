@@ -7,12 +7,14 @@
 namespace tessiva::test {
 
 // A dbus-daemon of the test's own; on the given address, or on one it
-// chooses in /tmp.
+// chooses in /tmp; with private-bus.conf unless another configuration is
+// named.
 class PrivateBus {
 public:
-    explicit PrivateBus(const std::string& listen = "unix:tmpdir=/tmp")
-        : process_({TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG, "--nofork",
-                    "--print-address=1", "--address=" + listen}),
+    explicit PrivateBus(const std::string& listen = "unix:tmpdir=/tmp",
+                        const std::string& config = TESSIVA_BUS_CONFIG)
+        : process_({TESSIVA_DBUS_DAEMON, "--config-file=" + config, "--nofork", "--print-address=1",
+                    "--address=" + listen}),
           address_(process_.readLine()) {
         if (address_.empty())
             throw std::runtime_error("the private dbus-daemon did not start");

@@ -4,6 +4,7 @@
 // restarted under live clients, bad peers, and load.
 #include "DaemonBackend.h"
 #include "Outcome.h"
+#include "RawConnection.h"
 #include "services/dbus/BusConnect.h"
 #include "tessiva/kavelin/KVBusService.h"
 
@@ -29,10 +30,6 @@ INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
                              "ThroughDaemon", [] { return std::make_unique<DaemonSimulated>(); }}),
                          backendName);
 
-using detail::bus::BusAddress;
-using detail::bus::BusError;
-using detail::bus::BusRef;
-using detail::bus::connectToBus;
 using detail::bus::MessageRef;
 
 // The arguments of Connect for a new context.
@@ -44,48 +41,6 @@ void newContext(sd_bus_message* m) {
 ObRef<KVUIDelegate> silent(std::promise<void>& asked) {
     return ObMake<ScriptedDelegate>(std::vector<Answer>{[&asked](auto&) { asked.set_value(); }});
 }
-
-// A connection of the test's own to the private bus, for what the client
-// backend never sends.
-class RawConnection {
-public:
-    explicit RawConnection(const std::string& address) {
-        connectToBus({BusAddress::Kind::address, address}, nullptr, bus_);
-    }
-    // Calls the daemon's method with arguments that `write` appends; "ok",
-    // or the D-Bus error's name and message.
-    std::string call(const char* member, const std::function<void(sd_bus_message*)>& write,
-                     MessageRef* replyOut = nullptr) {
-        MessageRef message;
-        sd_bus_message_new_method_call(bus_.get(), message.put(), "org.tessiva.Authentication1",
-                                       "/org/tessiva/Authentication1",
-                                       "org.tessiva.Authentication1", member);
-        write(message.get());
-        BusError error;
-        MessageRef reply;
-        const int result = sd_bus_call(bus_.get(), message.get(), 0, error.get(), reply.put());
-        if (replyOut != nullptr)
-            *replyOut = std::move(reply);
-        return result >= 0 ? "ok" : std::string(error.name()) + ": " + error.message();
-    }
-
-    // The daemon's counts.
-    std::map<std::string, std::uint64_t> statistics() {
-        MessageRef reply;
-        call(
-            "Statistics", [](sd_bus_message*) {}, &reply);
-        std::map<std::string, std::uint64_t> counts;
-        sd_bus_message_enter_container(reply.get(), 'a', "{st}");
-        const char* name = nullptr;
-        std::uint64_t count = 0;
-        while (sd_bus_message_read(reply.get(), "{st}", &name, &count) > 0)
-            counts[name] = count;
-        return counts;
-    }
-
-private:
-    BusRef bus_;
-};
 
 class DaemonProcessesTest : public ::testing::Test, protected ServiceCalls {
 protected:
