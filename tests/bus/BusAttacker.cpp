@@ -72,18 +72,19 @@ MessageRef newCall(sd_bus* bus, const char* member) {
     return call;
 }
 
-// A new context's client, with a delegate; 0 with the error's name when refused.
-std::uint64_t connectClient(sd_bus* bus, std::string& refusal) {
+// A new context's client (its path), with a delegate; empty with the error's
+// name when refused.
+std::string connectClient(sd_bus* bus, std::string& refusal) {
     MessageRef call = newCall(bus, "Connect");
     check("Connect", sd_bus_message_append(call.get(), "vb", "g", "", 1));
     BusError error;
     MessageRef reply;
-    std::uint64_t client = 0;
+    const char* client = nullptr;
     if (sd_bus_call(bus, call.get(), 0, error.get(), reply.put()) < 0)
         refusal = error.name();
     else
-        check("Connect's reply", sd_bus_message_read(reply.get(), "t", &client));
-    return client;
+        check("Connect's reply", sd_bus_message_read(reply.get(), "o", &client));
+    return client != nullptr && std::string_view(client) != "/" ? client : "";
 }
 
 int peerLeft(sd_bus* bus, const std::string& name, const char* daemon) {
@@ -102,17 +103,17 @@ int peerLeft(sd_bus* bus, const std::string& name, const char* daemon) {
     return 0;
 }
 
-int forgeEvent(sd_bus* bus, const char* destination, std::uint64_t client, std::uint64_t serial,
+int forgeEvent(sd_bus* bus, const char* destination, const char* client, std::uint64_t serial,
                int active, std::int64_t left) {
     for (std::uint64_t forged : {serial, serial + 1}) {
         MessageRef signal;
         check("Event",
-              sd_bus_message_new_signal(bus, signal.put(), objectPath, interfaceName, "Event"));
+              sd_bus_message_new_signal(bus, signal.put(), client, interfaceName, "Event"));
         check("destination", sd_bus_message_set_destination(signal.get(), destination));
         // The passcode event (2) with its parameters active (0) and attempts left (5).
         check("arguments",
-              sd_bus_message_append(signal.get(), "ttxv", client, forged, std::int64_t(2), "a{xv}",
-                                    2, std::int64_t(0), "b", active, std::int64_t(5), "x", left));
+              sd_bus_message_append(signal.get(), "txv", forged, std::int64_t(2), "a{xv}", 2,
+                                    std::int64_t(0), "b", active, std::int64_t(5), "x", left));
         check("send", sd_bus_send(bus, signal.get(), nullptr));
     }
     flushThroughBus(bus);
@@ -122,7 +123,7 @@ int forgeEvent(sd_bus* bus, const char* destination, std::uint64_t client, std::
 
 // What became of the exhausting calls.
 struct Tally {
-    std::set<std::uint64_t> waiting; // clients whose evaluation raised an event
+    std::set<std::string> waiting; // clients whose evaluation raised an event
     std::map<std::string, int> refused;
     std::size_t unresolved = 0;
 };
@@ -137,18 +138,18 @@ int onEvaluationReply(sd_bus_message* reply, void* userdata, sd_bus_error*) {
 
 int onEvent(sd_bus_message* signal, void* userdata, sd_bus_error*) {
     auto& tally = *static_cast<Tally*>(userdata);
-    std::uint64_t client = 0;
+    const char* client = sd_bus_message_get_path(signal);
     // The first event of each evaluation resolves its call; none is answered.
-    if (sd_bus_message_read(signal, "t", &client) >= 0 && tally.waiting.insert(client).second)
+    if (client != nullptr && tally.waiting.insert(client).second)
         --tally.unresolved;
     return 0;
 }
 
-void evaluate(sd_bus* bus, std::uint64_t client, std::size_t carried, Tally& tally) {
+void evaluate(sd_bus* bus, const std::string& client, std::size_t carried, Tally& tally) {
     MessageRef call = newCall(bus, "EvaluatePolicy");
     const std::string filler(carried, 'x');
     check("EvaluatePolicy",
-          sd_bus_message_append(call.get(), "txv", client, std::int64_t(1000), "a{xv}", 1,
+          sd_bus_message_append(call.get(), "oxv", client.c_str(), std::int64_t(1000), "a{xv}", 1,
                                 std::int64_t(9999), "s", filler.c_str()));
     // Evaluations wait without a time-out, as the client backend's do.
     check("EvaluatePolicy",
@@ -167,13 +168,13 @@ void runUntil(sd_bus* bus, const std::function<bool()>& done) {
 
 int exhaust(sd_bus* bus, int contexts, int calls) {
     Tally tally;
-    check("match", sd_bus_match_signal(bus, nullptr, nullptr, objectPath, interfaceName, "Event",
+    check("match", sd_bus_match_signal(bus, nullptr, nullptr, nullptr, interfaceName, "Event",
                                        &onEvent, &tally));
-    std::vector<std::uint64_t> clients;
+    std::vector<std::string> clients;
     for (int i = 0; i < contexts; ++i) {
         std::string refusal;
-        const std::uint64_t client = connectClient(bus, refusal);
-        if (client == 0) {
+        const std::string client = connectClient(bus, refusal);
+        if (client.empty()) {
             ++tally.refused[refusal.empty() ? "(the service's error)" : refusal];
             break;
         }
@@ -181,7 +182,7 @@ int exhaust(sd_bus* bus, int contexts, int calls) {
     }
     // A later evaluation on a client adds one more call to its resolution:
     // its reply or refusal, since the event is the first evaluation's.
-    for (std::uint64_t client : clients)
+    for (const std::string& client : clients)
         evaluate(bus, client, 0, tally);
     for (int i = 0; !clients.empty() && i < calls; ++i)
         evaluate(bus, clients[std::size_t(i) % clients.size()], 60000, tally);
@@ -196,16 +197,16 @@ int exhaust(sd_bus* bus, int contexts, int calls) {
 
 int longDomain(sd_bus* bus) {
     std::string refusal;
-    const std::uint64_t client = connectClient(bus, refusal);
-    if (client == 0) {
+    const std::string client = connectClient(bus, refusal);
+    if (client.empty()) {
         std::printf("no client: %s\n", refusal.c_str());
         return 1;
     }
     MessageRef call = newCall(bus, "AnswerEvent");
     const std::string domain(64 * 1024 + 1, 'd');
     check("AnswerEvent",
-          sd_bus_message_append(call.get(), "ttvv", client, std::uint64_t(1), "g", "", "(sxv)",
-                                domain.c_str(), std::int64_t(1), "g", ""));
+          sd_bus_message_append(call.get(), "otvv", client.c_str(), std::uint64_t(1), "g", "",
+                                "(sxv)", domain.c_str(), std::int64_t(1), "g", ""));
     BusError error;
     MessageRef reply;
     const bool accepted = sd_bus_call(bus, call.get(), 0, error.get(), reply.put()) >= 0;
@@ -303,8 +304,8 @@ int main(int argc, char** argv) {
     if (command == "peer-left" && argc == 4)
         return peerLeft(bus.get(), argv[2], argv[3]);
     if (command == "event" && argc == 7)
-        return forgeEvent(bus.get(), argv[2], std::stoull(argv[3]), std::stoull(argv[4]),
-                          std::stoi(argv[5]), std::stoll(argv[6]));
+        return forgeEvent(bus.get(), argv[2], argv[3], std::stoull(argv[4]), std::stoi(argv[5]),
+                          std::stoll(argv[6]));
     if (command == "exhaust" && argc == 4)
         return exhaust(bus.get(), std::stoi(argv[2]), std::stoi(argv[3]));
     if (command == "long-domain" && argc == 2)

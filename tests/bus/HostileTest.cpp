@@ -8,6 +8,7 @@
 #include "tessiva/object/Ob.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -47,8 +48,8 @@ private:
 class EventMonitor {
 public:
     struct Event {
-        std::string destination;
-        std::uint64_t client = 0, serial = 0;
+        std::string destination, client; // the client's path
+        std::uint64_t serial = 0;
         ObInteger active = -1, left = -1;
     };
 
@@ -92,7 +93,8 @@ private:
         event.destination = sd_bus_message_get_destination(message);
         std::int64_t number = 0;
         ObRef<ObObject> params;
-        sd_bus_message_read(message, "ttx", &event.client, &event.serial, &number);
+        event.client = sd_bus_message_get_path(message);
+        sd_bus_message_read(message, "tx", &event.serial, &number);
         detail::bus::readValue(message, params);
         auto parameter = [&](ObInteger key) {
             auto dictionary = ob_cast<ObDictionary>(params);
@@ -190,27 +192,44 @@ protected:
     RawConnection root{bus.address()};
 };
 
-// On a bus posing as the machine's system bus the daemon hosts PAM, and the
-// simulated service's passcode lets nobody in: the first verdict on it is
-// no success (with this machine's PAM set-up, another prompt). Asked for the
-// simulated service, the daemon refuses to start.
+// On a bus posing as the machine's system bus the daemon hosts PAM (here
+// through pam_wrapper, with a service the test writes in which the victim's
+// password is another), and the
+// simulated service's passcode lets nobody in. Asked for the simulated
+// service, the daemon refuses to start.
 TEST_F(HostileBusTest, TheSimulatedPasscodeLetsNobodyInOnTheSystemBus) {
     const std::vector<std::string> posing = {"DBUS_SYSTEM_BUS_ADDRESS=" + bus.address()};
+#ifdef TESSIVA_PAM_WRAPPER_LIBRARY
+    const std::string services = directory.path() + "/pam.d";
+    std::filesystem::create_directory(services);
+    std::ofstream(services + "/passdb") << "nobody:another-secret:tessiva\n";
+    const std::string matrix =
+        std::string(TESSIVA_PAM_MATRIX_MODULE) + " passdb=" + services + "/passdb\n";
+    std::ofstream(services + "/tessiva")
+        << "auth required " + matrix + "account required " + matrix;
+    const char* asan = std::getenv("ASAN_OPTIONS");
+    std::vector<std::string> environment = posing;
+    environment.insert(environment.end(),
+                       {"PAM_WRAPPER=1", "PAM_WRAPPER_SERVICE_DIR=" + services,
+                        std::string("LD_PRELOAD=") + TESSIVA_PAM_WRAPPER_LIBRARY,
+                        "PAM_WRAPPER_DISABLE_DEEPBIND=1", "UID_WRAPPER_DISABLE_DEEPBIND=1",
+                        std::string("ASAN_OPTIONS=") + (asan != nullptr ? asan : "") +
+                            ":verify_asan_link_order=0"});
     {
-        ChildProcess hosting({TESSIVA_DAEMON, "--address", bus.address()}, posing);
-        if (hosting.readLine() == "tessivad: ready") {
-            ChildProcess victim = as(victimUser, TESSIVA_BUS_PEER, {"prompted"}, true);
-            EXPECT_EQ(victim.readLine(), "event 2 active 1 left 3");
-            victim.write("1234\n");
-            // The next prompt or the outcome, whichever comes first.
-            std::string verdict = victim.readLine();
-            while (!verdict.empty() && !verdict.starts_with("outcome") &&
-                   !verdict.starts_with("event 2 active 1"))
-                verdict = victim.readLine();
-            EXPECT_FALSE(verdict.empty());
-            EXPECT_NE(verdict, "outcome success");
-        }
+        ChildProcess hosting({TESSIVA_DAEMON, "--address", bus.address(), "--fail-delay-ms", "0"},
+                             environment);
+        ASSERT_EQ(hosting.readLine(), "tessivad: ready");
+        ChildProcess victim = as(victimUser, TESSIVA_BUS_PEER, {"prompted"}, true);
+        EXPECT_EQ(victim.readLine(), "event 2 active 1 left 3");
+        victim.write("1234\n");
+        // The next prompt or the outcome, whichever comes first.
+        std::string verdict = victim.readLine();
+        while (!verdict.empty() && !verdict.starts_with("outcome") &&
+               !verdict.starts_with("event 2 active 1"))
+            verdict = victim.readLine();
+        EXPECT_EQ(verdict, "event 2 active 1 left 2");
     }
+#endif
     ChildProcess refused({TESSIVA_DAEMON, "--address", bus.address(), "--service", "simulated"},
                          posing);
     const int status = refused.wait();
@@ -241,10 +260,10 @@ TEST_F(HostileBusTest, AVictimsDelegateSeesTheDaemonsEventsOnly) {
     EventMonitor monitor(bus.address());
     ChildProcess victim = as(victimUser, TESSIVA_BUS_PEER, {"prompted"}, true);
     const EventMonitor::Event prompt = monitor.next();
-    ChildProcess attacker = as(attackerUser, TESSIVA_BUS_ATTACKER,
-                               {"event", prompt.destination, std::to_string(prompt.client),
-                                std::to_string(prompt.serial), std::to_string(prompt.active),
-                                std::to_string(prompt.left)});
+    ChildProcess attacker =
+        as(attackerUser, TESSIVA_BUS_ATTACKER,
+           {"event", prompt.destination, prompt.client, std::to_string(prompt.serial),
+            std::to_string(prompt.active), std::to_string(prompt.left)});
     ASSERT_EQ(attacker.readLine(), "sent");
     victim.write("1234\n");
     std::vector<std::string> lines;
@@ -260,8 +279,10 @@ TEST_F(HostileBusTest, AVictimsDelegateSeesTheDaemonsEventsOnly) {
 // user is served again.
 TEST_F(HostileBusTest, AFloodOfEvaluationsAndCallsStaysWithinTheLimits) {
     const long threads = 4, mostThreads = threads + 6, mostKilobytes = 200 * 1024;
+    // One evaluation of a user verifies at a time, so a second one admitted
+    // would wait for its turn without raising the event the attacker counts.
     startDaemon({"--threads", std::to_string(threads), "--max-contexts", "16", "--max-evaluations",
-                 "2", "--max-pending", "4", "--idle-seconds", "0"});
+                 "1", "--max-pending", "4", "--idle-seconds", "0"});
     ChildProcess attacker = as(attackerUser, TESSIVA_BUS_ATTACKER, {"exhaust", "32", "32"});
     std::vector<std::string> report;
     ASSERT_EQ(lastLine(attacker, "ready", &report), "ready");
@@ -269,7 +290,7 @@ TEST_F(HostileBusTest, AFloodOfEvaluationsAndCallsStaysWithinTheLimits) {
     for (const std::string& line : report) {
         SCOPED_TRACE(line);
         if (line.starts_with("waiting ")) {
-            EXPECT_LE(std::stoi(line.substr(8)), 2);
+            EXPECT_LE(std::stoi(line.substr(8)), 1);
         }
         if (line.starts_with("refused ")) {
             ++refusals;
