@@ -298,8 +298,11 @@ TEST_F(HostileBusTest, AFloodOfEvaluationsAndCallsStaysWithinTheLimits) {
         }
     }
     EXPECT_GT(refusals, 0u) << "the attacker went beyond every limit";
-    EXPECT_LE(daemonStatus("Threads"), mostThreads);
-    EXPECT_LT(daemonStatus("VmRSS"), mostKilobytes);
+    const long threadsSeen = daemonStatus("Threads"), kilobytesSeen = daemonStatus("VmRSS");
+    RecordProperty("threads", int(threadsSeen));
+    RecordProperty("resident_kib", int(kilobytesSeen));
+    EXPECT_LE(threadsSeen, mostThreads);
+    EXPECT_LT(kilobytesSeen, mostKilobytes);
 
     ChildProcess victim = as(victimUser, TESSIVA_BUS_PEER, {"evaluations", "1", "1234"});
     EXPECT_EQ(lastLine(victim, " done"), "1 done");
@@ -342,6 +345,8 @@ TEST_F(HostileBusTest, CollidingKeysCostNoMoreThanOthers) {
             std::chrono::steady_clock::now() - start);
     };
     const auto spread = underFlood("spread"), colliding = underFlood("collide");
+    RecordProperty("spread_ms", int(spread.count()));
+    RecordProperty("colliding_ms", int(colliding.count()));
     EXPECT_LT(colliding, spread * 5 / 2)
         << colliding.count() << " ms against " << spread.count() << " ms";
 }
@@ -358,6 +363,7 @@ TEST_F(HostileBusTest, GuessingStopsAtTheUsersFailureLimit) {
     ChildProcess guesser = as(attackerUser, TESSIVA_BUS_PEER, {"guess", "64", "1000"});
     const std::string toldWrong = guesser.readLine(), guessed = guesser.readLine();
     ASSERT_TRUE(toldWrong.starts_with("told wrong ")) << toldWrong;
+    RecordProperty("wrong_verdicts", toldWrong.substr(11) + " (" + guessed + ")");
     EXPECT_LE(std::stoi(toldWrong.substr(11)), 3) << guessed;
     const pid_t guesserPid = guesser.pid();
     guesser.wait();
