@@ -244,6 +244,37 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     EXPECT_EQ(counts.at("clients"), 3u);
 }
 
+// A client released while it evaluates stops the evaluation, and its user
+// may evaluate again: nothing of it stays counted.
+TEST_F(DaemonProcessesTest, ReleasingAClientMidEvaluationFreesItsUsersTurn) {
+    daemon.reset();
+    daemon = std::make_unique<DaemonProcess>(bus.address(),
+                                             std::vector<std::string>{"--max-evaluations", "1"});
+    MessageRef reply;
+    ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
+    const char* path = nullptr;
+    sd_bus_message_read(reply.get(), "o", &path);
+    std::string client = path;
+    auto evaluate = [&](std::int64_t policy) {
+        return [&client, policy](sd_bus_message* m) {
+            sd_bus_message_append(m, "oxv", client.c_str(), policy, "g", "");
+        };
+    };
+    // It waits for a passcode that never comes, until the client goes.
+    bool replied = false;
+    raw.callAsync("EvaluatePolicy", evaluate(1000), replied);
+    EXPECT_EQ(raw.call("Release",
+                       [&](sd_bus_message* m) { sd_bus_message_append(m, "o", client.c_str()); }),
+              "ok");
+    raw.awaitReply(replied);
+
+    ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
+    sd_bus_message_read(reply.get(), "o", &path);
+    client = path;
+    // Refused by the service (no such policy), not by the user's limit.
+    EXPECT_EQ(raw.call("EvaluatePolicy", evaluate(42)), "ok");
+}
+
 TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
     const auto before = raw.statistics();
     EXPECT_EQ(before, idle(0));

@@ -5,6 +5,7 @@
 
 #include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
+#include "support/Deadline.h"
 
 #include <cstdint>
 #include <functional>
@@ -33,6 +34,30 @@ public:
         if (replyOut != nullptr)
             *replyOut = std::move(reply);
         return result >= 0 ? "ok" : std::string(error.name()) + ": " + error.message();
+    }
+
+    // Calls without waiting; `replied` is set once the reply has come (run
+    // awaitReply to let it).
+    void callAsync(const char* member, const std::function<void(sd_bus_message*)>& write,
+                   bool& replied) {
+        detail::bus::MessageRef message;
+        sd_bus_message_new_method_call(bus_.get(), message.put(), detail::bus::busName,
+                                       detail::bus::objectPath, detail::bus::interfaceName, member);
+        write(message.get());
+        auto done = [](sd_bus_message*, void* flag, sd_bus_error*) {
+            *static_cast<bool*>(flag) = true;
+            return 0;
+        };
+        sd_bus_call_async(bus_.get(), nullptr, message.get(), done, &replied, 0);
+    }
+    void awaitReply(const bool& replied) {
+        waitUntil(
+            [&] {
+                while (!replied && sd_bus_process(bus_.get(), nullptr) > 0) {
+                }
+                return replied || sd_bus_wait(bus_.get(), 100000) < 0;
+            },
+            "a reply");
     }
 
     // The daemon's counts.

@@ -481,7 +481,7 @@ void Daemon::sendEvent(const std::string& owner, const std::string& client, std:
                                : "The event could not be sent to the client process.");
 }
 
-void Daemon::audit(const Client& client, const ObRef<ObError>& error) const {
+void Daemon::audit(const Attempt& attempt, const ObRef<ObError>& error) const {
     // One line per attempt, for the system log (standard error is the
     // journal under systemd), as PAM applications log theirs: who, from
     // which process, how, and the outcome; never what the user typed.
@@ -489,12 +489,12 @@ void Daemon::audit(const Client& client, const ObRef<ObError>& error) const {
         std::fprintf(stderr,
                      "<5>tessivad: authentication uid=%u pid=%d policy=%" PRId64
                      " service=%s outcome=success\n",
-                     unsigned(client.uid), int(client.pid), client.policy, services_->name());
+                     unsigned(attempt.uid), int(attempt.pid), attempt.policy, services_->name());
     else
         std::fprintf(stderr,
                      "<4>tessivad: authentication uid=%u pid=%d policy=%" PRId64
                      " service=%s outcome=failure code=%" PRId64 "\n",
-                     unsigned(client.uid), int(client.pid), client.policy, services_->name(),
+                     unsigned(attempt.uid), int(attempt.pid), attempt.policy, services_->name(),
                      std::int64_t(error->code()));
     std::fflush(stderr);
 }
@@ -558,14 +558,15 @@ int Daemon::onAnswerTimeout(sd_event_source*, uint64_t, void* userdata) {
     return 0;
 }
 
-void Daemon::endEvaluation(const std::string& id, const ObRef<ObError>& error) {
+void Daemon::endEvaluation(const std::string& id, const Attempt& attempt,
+                           const ObRef<ObError>& error) {
+    audit(attempt, error);
+    --user(attempt.uid).evaluations;
+    --evaluations_;
     auto found = clients_.find(id);
     if (found == clients_.end())
         return;
     Client& client = found->second;
-    audit(client, error);
-    --user(client.uid).evaluations;
-    --evaluations_;
     if (--client.evaluations > 0)
         return;
     client.answerTimer.reset();
@@ -575,8 +576,10 @@ void Daemon::endEvaluation(const std::string& id, const ObRef<ObError>& error) {
         client.state = ClientState::connected;
 }
 
-void Daemon::ownerGone(const std::string& id) {
+void Daemon::letGo(const std::string& id) {
     Client& client = clients_.at(id);
+    if (client.state == ClientState::gone)
+        return; // already stopped; released when its evaluations end
     if (client.state != ClientState::evaluating) {
         release(id);
         return;
@@ -665,7 +668,8 @@ int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
 
 int Daemon::onRelease(sd_bus_message* call, const std::string& id, Client&, NoArguments&,
                       sd_bus_error*) {
-    release(id);
+    // A client released mid-evaluation stops it, as if its process had gone.
+    letGo(id);
     return sd_bus_reply_method_return(call, "");
 }
 
@@ -684,12 +688,14 @@ int Daemon::onEvaluatePolicy(sd_bus_message* call, const std::string& id, Client
         return limitExceeded(error, "The daemon may run", limits_.evaluations, "evaluations");
     if (int refused = admitPending(client.uid, error); refused < 0)
         return refused;
-    client.policy = arguments.policy;
+    const Attempt attempt{client.uid, client.pid, arguments.policy};
     startEvaluation(id, client);
     client.client->evaluatePolicy_options_reply(
         ObInteger(arguments.policy), arguments.options,
         replyCallback(call, client.uid, outcomeWriter,
-                      [this, id](const ObRef<ObError>& failure) { endEvaluation(id, failure); }));
+                      [this, id, attempt](const ObRef<ObError>& failure) {
+                          endEvaluation(id, attempt, failure);
+                      }));
     return 1;
 }
 
@@ -793,7 +799,7 @@ int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_er
         return true;
     });
     for (const std::string& id : ids)
-        self.ownerGone(id);
+        self.letGo(id);
     return 0;
 }
 } // namespace tessiva::daemon

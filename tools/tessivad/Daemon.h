@@ -85,7 +85,6 @@ private:
         ObRef<RelayDelegate> relay; // absent without a delegate
         ClientState state = ClientState::connected;
         std::size_t evaluations = 0;                // policy evaluations the service has not ended
-        std::int64_t policy = 0;                    // of the last one, for the audit line
         detail::bus::DisabledSourceRef answerTimer; // armed while evaluating
     };
     struct Context {
@@ -106,6 +105,12 @@ private:
         std::size_t evaluations = 0;
         std::size_t pending = 0;
         ObRef<detail::AttemptGuard> guard;
+    };
+    // One evaluation, for the audit line.
+    struct Attempt {
+        uid_t uid = 0;
+        pid_t pid = 0;
+        std::int64_t policy = 0;
     };
     struct Pending {
         detail::bus::MessageRef call;
@@ -173,7 +178,7 @@ private:
     void sendEvent(const std::string& owner, const std::string& client, std::uint64_t serial,
                    ObInteger event, const ObRef<ObDictionary>& params, RelayDelegate& relay);
     // Writes the audit line of an evaluation's end.
-    void audit(const Client& client, const ObRef<ObError>& error) const;
+    void audit(const Attempt& attempt, const ObRef<ObError>& error) const;
     User& user(uid_t uid);
 
     // Client states.
@@ -183,9 +188,10 @@ private:
                       const ObRef<RelayDelegate>& relay);
     // A policy evaluation starts or ends for the client.
     void startEvaluation(const std::string& id, Client& client);
-    void endEvaluation(const std::string& id, const ObRef<ObError>& error);
-    // The client's process has left the bus.
-    void ownerGone(const std::string& id);
+    void endEvaluation(const std::string& id, const Attempt& attempt, const ObRef<ObError>& error);
+    // The client's process has left the bus, or released the client: its
+    // evaluations stop, and it goes once they have ended.
+    void letGo(const std::string& id);
     // The client goes for good, and the context idles once it has no client.
     void release(const std::string& id);
 
