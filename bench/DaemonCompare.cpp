@@ -1,0 +1,227 @@
+// tessiva_daemon_compare: one passcode evaluation through tessivad set beside
+// one raw round trip on the same private bus (Ping to tessiva_bus_ping), in
+// latency, CPU time per operation (client, bus and server together) and
+// throughput with 1 to 8 client connections. Prints a table of the ratios.
+//
+//   tessiva_daemon_compare [--log FILE]            # on a private dbus-daemon
+//   tessiva_daemon_compare --broker [--log FILE]   # on dbus-broker (dbus-broker-launch)
+//
+// The processes' errors, tessivad's log line per authentication among them,
+// go to FILE (/dev/null when none is named).
+#include "DaemonClient.h"
+#include "PingNames.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <latch>
+#include <memory>
+#include <sstream>
+#include <string_view>
+#include <sys/resource.h>
+#include <thread>
+
+namespace {
+using namespace tessiva::bench;
+using Clock = std::chrono::steady_clock;
+using Operation = std::function<bool()>;
+// Makes one client connection's operation; each thread calls it once.
+using Connect = std::function<Operation()>;
+
+constexpr int warmUp = 200, iterations = 2000;
+constexpr auto throughputTime = std::chrono::seconds(1);
+
+// CPU seconds of a process and of the processes below it (dbus-broker-launch
+// runs the broker as its child).
+double processCpu(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), {});
+    // Fields 14 and 15, utime and stime, counted after the name's ")".
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string skip;
+    for (int field = 3; field < 14; ++field)
+        fields >> skip;
+    double utime = 0, stime = 0;
+    fields >> utime >> stime;
+    double seconds = (utime + stime) / double(sysconf(_SC_CLK_TCK));
+    std::ifstream children("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) +
+                           "/children");
+    for (pid_t child = 0; children >> child;)
+        seconds += processCpu(child);
+    return seconds;
+}
+
+double ownCpu() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](const timeval& time) { return double(time.tv_sec) + time.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+struct Figures {
+    double median = 0, p99 = 0; // microseconds of wall time per operation
+    double cpu = 0;             // microseconds of CPU time per operation
+    double cpuParts[3] = {};    // of it: the client, the bus, the server
+    std::vector<double> perSecond;
+};
+
+// Latency and CPU time over one connection, then throughput with 1, 2, 4
+// and 8 connections. `server` is the process answering, besides the bus.
+Figures measure(const Connect& connect, pid_t bus, pid_t server) {
+    Figures figures;
+    const Operation operation = connect();
+    for (int i = 0; i < warmUp; ++i)
+        if (!operation())
+            throw std::runtime_error("an operation failed");
+    std::vector<double> times(iterations);
+    const double before[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    for (double& time : times) {
+        const auto start = Clock::now();
+        if (!operation())
+            throw std::runtime_error("an operation failed");
+        time = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+    }
+    const double after[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    for (int part = 0; part < 3; ++part) {
+        figures.cpuParts[part] = (after[part] - before[part]) * 1e6 / iterations;
+        figures.cpu += figures.cpuParts[part];
+    }
+    std::sort(times.begin(), times.end());
+    figures.median = times[times.size() / 2];
+    figures.p99 = times[times.size() * 99 / 100];
+
+    for (int connections : {1, 2, 4, 8}) {
+        std::atomic<bool> stop{false};
+        std::atomic<long> done{0};
+        std::latch ready(connections + 1);
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < connections; ++i)
+            threads.emplace_back([&] {
+                const Operation own = connect();
+                long count = 0;
+                ready.arrive_and_wait();
+                while (!stop.load(std::memory_order_relaxed) && own())
+                    ++count;
+                done += count;
+            });
+        ready.arrive_and_wait();
+        const auto start = Clock::now();
+        std::this_thread::sleep_for(throughputTime);
+        stop = true;
+        threads.clear();
+        figures.perSecond.push_back(double(done) /
+                                    std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    return figures;
+}
+
+Connect daemonPath(const std::string& address) {
+    return [address] {
+        ObRef<KVClient> client = connectToDaemon(address);
+        if (!client)
+            throw std::runtime_error("the daemon cannot be reached");
+        return Operation([client] { return evaluate(client); });
+    };
+}
+
+Connect rawPing(const std::string& address) {
+    return [address] {
+        auto bus = std::make_shared<tessiva::detail::bus::BusRef>();
+        if (openBus(address.c_str(), *bus) < 0)
+            throw std::runtime_error("the bus cannot be reached");
+        return Operation([bus, value = std::int64_t(0)]() mutable {
+            tessiva::detail::bus::BusError error;
+            tessiva::detail::bus::MessageRef reply;
+            std::int64_t echoed = -1;
+            return sd_bus_call_method(bus->get(), pingName, pingPath, pingInterface, "Ping",
+                                      error.get(), reply.put(), "x", ++value) >= 0 &&
+                   sd_bus_message_read(reply.get(), "x", &echoed) >= 0 && echoed == value;
+        });
+    };
+}
+
+void row(const char* what, double daemon, double raw, const char* unit, const char* target) {
+    std::printf("| %-26s | %10.1f | %10.1f | %-5s | %5.2f | %-7s |\n", what, daemon, raw, unit,
+                daemon / raw, target);
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    bool broker = false;
+    std::string log = "/dev/null";
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--broker") {
+            broker = true;
+        } else if (std::string_view(argv[i]) == "--log" && i + 1 < argc) {
+            log = argv[++i];
+        } else {
+            std::fputs("Usage: tessiva_daemon_compare [--broker] [--log FILE]\n", stderr);
+            return 2;
+        }
+    }
+    try {
+        // The bus on a socket of the run's own.
+        const std::string socket = "/tmp/tessiva-bench-" + std::to_string(getpid());
+        std::unique_ptr<Spawned> bus;
+        std::string address = "unix:path=" + socket;
+        if (broker) {
+            bus = std::make_unique<Spawned>(
+                std::vector<std::string>{TESSIVA_SOCKET_ACTIVATE, "-l", socket,
+                                         "dbus-broker-launch", "--scope", "user", "--config-file",
+                                         TESSIVA_BUS_CONFIG},
+                false, log);
+            for (int tries = 0; access(socket.c_str(), F_OK) != 0 && tries < 500; ++tries)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        } else {
+            bus = std::make_unique<Spawned>(
+                std::vector<std::string>{TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG,
+                                         "--nofork", "--print-address=1", "--address=" + address},
+                true, log);
+            address = bus->firstLine;
+        }
+        // Guessing limits would slow or refuse the evaluations; the benchmark
+        // makes millions.
+        Spawned daemon({TESSIVA_DAEMON, "--address", address, "--service", "simulated", "--deny",
+                        "100000000", "--fail-delay-ms", "0"},
+                       true, log);
+        Spawned ping({TESSIVA_BUS_PING, address}, true, log);
+        if (daemon.firstLine != "tessivad: ready" || ping.firstLine != "ready")
+            throw std::runtime_error("tessivad or the ping server did not start on " + address);
+
+        const Figures viaDaemon = measure(daemonPath(address), bus->pid, daemon.pid);
+        const Figures raw = measure(rawPing(address), bus->pid, ping.pid);
+
+        std::printf("%s, %d operations after %d of warm-up; throughput %lld s per row\n\n",
+                    broker ? "dbus-broker" : "dbus-daemon", iterations, warmUp,
+                    static_cast<long long>(throughputTime.count()));
+        std::printf("| %-26s | %10s | %10s | %-5s | %5s | %-7s |\n", "measure", "daemon", "raw",
+                    "unit", "ratio", "target");
+        std::printf("| %.26s | %.10s | %.10s | %.5s | %.5s | %.7s |\n",
+                    "----------------------------", "-----------", "-----------", "------",
+                    "------", "--------");
+        row("latency, median", viaDaemon.median, raw.median, "us", "<= 2.5");
+        row("latency, 99th percentile", viaDaemon.p99, raw.p99, "us", "");
+        row("CPU per operation", viaDaemon.cpu, raw.cpu, "us", "<= 3");
+        const int connections[] = {1, 2, 4, 8};
+        for (std::size_t i = 0; i < raw.perSecond.size(); ++i) {
+            const std::string what = "throughput, " + std::to_string(connections[i]) +
+                                     (connections[i] == 1 ? " connection" : " connections");
+            row(what.c_str(), viaDaemon.perSecond[i], raw.perSecond[i], "op/s",
+                connections[i] == 8 ? ">= 0.40" : "");
+        }
+        for (const auto& [name, figures] :
+             {std::pair{"daemon", &viaDaemon}, std::pair{"raw", &raw}})
+            std::printf("\nCPU per operation, %s: client %.1f us, bus %.1f us, server %.1f us",
+                        name, figures->cpuParts[0], figures->cpuParts[1], figures->cpuParts[2]);
+        std::printf("\n");
+        unlink(socket.c_str());
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tessiva_daemon_compare: %s\n", error.what());
+        return 1;
+    }
+}
