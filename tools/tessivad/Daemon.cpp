@@ -62,6 +62,21 @@ std::string randomClientPath() {
     return path;
 }
 
+// The caller's uid as the bus reports it: the effective uid the peer had
+// when it connected, never anything read from /proc, where a process may
+// change it. Refuses the call when the bus cannot say.
+int callerUid(sd_bus_message* call, uid_t& uid, sd_bus_error* error, pid_t* pid = nullptr) {
+    CredsRef creds;
+    int result = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, creds.put());
+    if (result >= 0)
+        result = sd_bus_creds_get_euid(creds.get(), &uid);
+    if (result < 0)
+        return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
+    if (pid != nullptr && sd_bus_creds_get_pid(creds.get(), pid) < 0)
+        *pid = 0;
+    return 0;
+}
+
 // Runs an sd-bus callback's work; what would escape into sd-bus, which is C,
 // becomes an error reply instead.
 template <class Work> int guarded(sd_bus_error* error, Work work) noexcept {
@@ -340,19 +355,12 @@ int Daemon::onConnect(sd_bus_message* call, void* userdata, sd_bus_error* error)
 int Daemon::connect(sd_bus_message* call, sd_bus_error* error) {
     // Who calls, as the bus (never the caller) says, before anything it sent
     // is read.
-    CredsRef creds, described;
     uid_t uid = 0;
     pid_t pid = 0;
+    if (int refused = callerUid(call, uid, error, &pid); refused < 0)
+        return refused;
+    CredsRef described;
     const char *comm = nullptr, *tty = nullptr;
-    // The bus reports the uid the peer had when it connected, as its
-    // effective one.
-    int result = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID | SD_BUS_CREDS_PID, creds.put());
-    if (result >= 0)
-        result = sd_bus_creds_get_euid(creds.get(), &uid);
-    if (result < 0)
-        return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
-    if (sd_bus_creds_get_pid(creds.get(), &pid) < 0)
-        pid = 0;
     // Only for names and logs: these come from /proc, where the caller
     // could change them.
     if (sd_bus_query_sender_creds(call, SD_BUS_CREDS_COMM | SD_BUS_CREDS_TTY | SD_BUS_CREDS_AUGMENT,
@@ -521,15 +529,10 @@ std::string Daemon::admit(const std::string& owner, uid_t uid, pid_t pid, const 
     return id;
 }
 
-namespace {
-struct ClientTimer {
+struct Daemon::TimerTarget {
     Daemon* daemon;
-    std::string id;
+    std::string key;
 };
-void deleteClientTimer(void* userdata) {
-    delete static_cast<ClientTimer*>(userdata);
-}
-} // namespace
 
 void Daemon::startEvaluation(const std::string& id, Client& client) {
     ++client.evaluations;
@@ -538,19 +541,12 @@ void Daemon::startEvaluation(const std::string& id, Client& client) {
     if (client.state == ClientState::connected)
         client.state = ClientState::evaluating;
     // The user has this long to answer before the evaluation ends.
-    auto* timer = new ClientTimer{this, id};
-    const auto usec = std::uint64_t(limits_.answerTimeout.count()) * 1000000u;
-    if (sd_event_add_time_relative(sd_bus_get_event(bus_), client.answerTimer.put(),
-                                   CLOCK_MONOTONIC, usec, 0, &Daemon::onAnswerTimeout, timer) < 0) {
-        delete timer;
-        return;
-    }
-    sd_event_source_set_destroy_callback(client.answerTimer.get(), &deleteClientTimer);
+    armTimer(client.answerTimer, limits_.answerTimeout, &Daemon::onAnswerTimeout, id);
 }
 
 int Daemon::onAnswerTimeout(sd_event_source*, uint64_t, void* userdata) {
-    auto* timer = static_cast<ClientTimer*>(userdata);
-    auto found = timer->daemon->clients_.find(timer->id);
+    auto* timer = static_cast<TimerTarget*>(userdata);
+    auto found = timer->daemon->clients_.find(timer->key);
     if (found != timer->daemon->clients_.end())
         found->second.client->failProcessedEvent_failureError_reply(
             2, detail::kvError(KVErrorTimedOut, "The user did not answer in time."),
@@ -625,29 +621,25 @@ void Daemon::forgetContext(const std::string& key) {
     contexts_.erase(found); // and its idle timer with it
 }
 
-namespace {
-struct IdleTimer {
-    Daemon* daemon;
-    std::string key;
-};
-void deleteIdleTimer(void* userdata) {
-    delete static_cast<IdleTimer*>(userdata);
-}
-} // namespace
-
-void Daemon::armIdleTimer(const std::string& key, Context& context) {
-    auto* timer = new IdleTimer{this, key};
-    const auto usec = std::uint64_t(limits_.idleTime.count()) * 1000000u;
-    if (sd_event_add_time_relative(sd_bus_get_event(bus_), context.idleTimer.put(), CLOCK_MONOTONIC,
-                                   usec, 0, &Daemon::onIdle, timer) < 0) {
-        delete timer;
+void Daemon::armTimer(DisabledSourceRef& source, std::chrono::seconds delay,
+                      sd_event_time_handler_t handler, const std::string& key) {
+    auto* target = new TimerTarget{this, key};
+    const auto usec = std::uint64_t(delay.count()) * 1000000u;
+    if (sd_event_add_time_relative(sd_bus_get_event(bus_), source.put(), CLOCK_MONOTONIC, usec, 0,
+                                   handler, target) < 0) {
+        delete target;
         return;
     }
-    sd_event_source_set_destroy_callback(context.idleTimer.get(), &deleteIdleTimer);
+    sd_event_source_set_destroy_callback(
+        source.get(), [](void* userdata) { delete static_cast<TimerTarget*>(userdata); });
+}
+
+void Daemon::armIdleTimer(const std::string& key, Context& context) {
+    armTimer(context.idleTimer, limits_.idleTime, &Daemon::onIdle, key);
 }
 
 int Daemon::onIdle(sd_event_source*, uint64_t, void* userdata) {
-    auto* timer = static_cast<IdleTimer*>(userdata);
+    auto* timer = static_cast<TimerTarget*>(userdata);
     Daemon& self = *timer->daemon;
     const std::string key = timer->key; // the timer goes with the context
     auto found = self.contexts_.find(key);
@@ -745,13 +737,9 @@ int Daemon::onEventReturned(sd_bus_message* call, const std::string&, Client& cl
 int Daemon::onStatistics(sd_bus_message* call, void* userdata, sd_bus_error* error) {
     auto& self = *static_cast<Daemon*>(userdata);
     return guarded(error, [&] {
-        CredsRef creds;
         uid_t uid = 0;
-        int result = sd_bus_query_sender_creds(call, SD_BUS_CREDS_EUID, creds.put());
-        if (result >= 0)
-            result = sd_bus_creds_get_euid(creds.get(), &uid);
-        if (result < 0)
-            return refuse(error, SD_BUS_ERROR_ACCESS_DENIED, "The caller's user is unknown");
+        if (int refused = callerUid(call, uid, error); refused < 0)
+            return refused;
         // A user sees its own figures; root sees everyone's.
         auto counts = [uid](uid_t owner) { return uid == 0 || owner == uid; };
         std::uint64_t contexts = 0, clients = 0, connections = 0, calls = 0, evaluations = 0,

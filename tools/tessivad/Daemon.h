@@ -196,6 +196,11 @@ private:
     void release(const std::string& id);
 
     void forgetContext(const std::string& key);
+    // Arms `source` to run `handler` after `delay`, with a TimerTarget of
+    // this daemon and the key (a client's path or a context's) as userdata.
+    struct TimerTarget;
+    void armTimer(detail::bus::DisabledSourceRef& source, std::chrono::seconds delay,
+                  sd_event_time_handler_t handler, const std::string& key);
     void armIdleTimer(const std::string& key, Context& context);
 
     const std::shared_ptr<detail::bus::EventLoop> loop_;
