@@ -4,6 +4,9 @@
 // attacker or the daemon's process shows of it.
 #include "PrivateBus.h"
 #include "RawConnection.h"
+#ifdef TESSIVA_PAM_WRAPPER_LIBRARY
+#include "pam/PamWrapper.h"
+#endif
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/object/Ob.h"
 
@@ -207,14 +210,9 @@ TEST_F(HostileBusTest, TheSimulatedPasscodeLetsNobodyInOnTheSystemBus) {
         std::string(TESSIVA_PAM_MATRIX_MODULE) + " passdb=" + services + "/passdb\n";
     std::ofstream(services + "/tessiva")
         << "auth required " + matrix + "account required " + matrix;
-    const char* asan = std::getenv("ASAN_OPTIONS");
     std::vector<std::string> environment = posing;
-    environment.insert(environment.end(),
-                       {"PAM_WRAPPER=1", "PAM_WRAPPER_SERVICE_DIR=" + services,
-                        std::string("LD_PRELOAD=") + TESSIVA_PAM_WRAPPER_LIBRARY,
-                        "PAM_WRAPPER_DISABLE_DEEPBIND=1", "UID_WRAPPER_DISABLE_DEEPBIND=1",
-                        std::string("ASAN_OPTIONS=") + (asan != nullptr ? asan : "") +
-                            ":verify_asan_link_order=0"});
+    for (const auto& [name, value] : pamWrapperVariables(services))
+        environment.push_back(name + "=" + value);
     {
         ChildProcess hosting({TESSIVA_DAEMON, "--address", bus.address(), "--fail-delay-ms", "0"},
                              environment);
