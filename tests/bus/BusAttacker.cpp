@@ -205,8 +205,8 @@ int longDomain(sd_bus* bus) {
     MessageRef call = newCall(bus, "AnswerEvent");
     const std::string domain(64 * 1024 + 1, 'd');
     check("AnswerEvent",
-          sd_bus_message_append(call.get(), "otvv", client.c_str(), std::uint64_t(1), "g", "",
-                                "(sxv)", domain.c_str(), std::int64_t(1), "g", ""));
+          sd_bus_message_append(call.get(), "otisbvv", client.c_str(), std::uint64_t(1), 0, "", 1,
+                                "g", "", "(sxv)", domain.c_str(), std::int64_t(1), "g", ""));
     BusError error;
     MessageRef reply;
     const bool accepted = sd_bus_call(bus, call.get(), 0, error.get(), reply.put()) >= 0;

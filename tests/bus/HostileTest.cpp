@@ -64,7 +64,7 @@ public:
             sd_bus_call_method(bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
                                "org.freedesktop.DBus.Monitoring", "BecomeMonitor", error.get(),
                                nullptr, "asu", 1,
-                               "type='signal',interface='org.tessiva.Authentication1',"
+                               "type='signal',interface='org.tessiva.Authentication2',"
                                "member='Event'",
                                0u) < 0)
             throw std::runtime_error("cannot monitor the bus");

@@ -6,6 +6,7 @@
 #include "Outcome.h"
 #include "RawConnection.h"
 #include "services/dbus/BusConnect.h"
+#include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVBusService.h"
 
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <systemd/sd-bus.h>
+#include <thread>
 
 namespace tessiva::test {
 namespace {
@@ -181,8 +183,8 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     daemon.reset();
     daemon = std::make_unique<DaemonProcess>(bus.address(),
                                              std::vector<std::string>{"--max-contexts", "3"});
-    const std::string invalid = "org.tessiva.Authentication1.Error.InvalidValue: ";
-    const std::string unknownClient = "org.tessiva.Authentication1.Error.UnknownClient: ";
+    const std::string invalid = "org.tessiva.Authentication2.Error.InvalidValue: ";
+    const std::string unknownClient = "org.tessiva.Authentication2.Error.UnknownClient: ";
     const char* path = nullptr;
     MessageRef reply;
     ASSERT_EQ(raw.call("Connect", newContext, &reply), "ok");
@@ -197,7 +199,7 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     } cases[] = {
         {"Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "s", "x"); },
          "org.freedesktop.DBus.Error.InvalidArgs: Invalid arguments 's' to call "
-         "org.tessiva.Authentication1.Connect(), expecting 'vb'."},
+         "org.tessiva.Authentication2.Connect(), expecting 'vb'."},
         // Every malformed value the codec's tests check is refused like this
         // one, with the codec's reason.
         {"Connect", [](sd_bus_message* m) { sd_bus_message_append(m, "vb", "i", 1, 0); },
@@ -218,11 +220,12 @@ TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
         {"EnterPassword",
          [&](sd_bus_message* m) { sd_bus_message_append(m, "ov", guessed.c_str(), "s", "1"); },
          unknownClient + "No client " + guessed + " of this connection"},
-        {"EventReturned",
+        {"AnswerEvent",
          [&](sd_bus_message* m) {
-             sd_bus_message_append(m, "otis", mine.c_str(), std::uint64_t(1), 9, "");
+             sd_bus_message_append(m, "otisbvv", mine.c_str(), std::uint64_t(1), 4, "", 0, "g", "",
+                                   "g", "");
          },
-         invalid + "The outcome must be 0, 1 or 2"},
+         invalid + "The outcome must be 0, 1, 2 or 3"},
     };
     for (const auto& [member, write, outcome] : cases) {
         SCOPED_TRACE(outcome);
@@ -305,15 +308,43 @@ TEST_F(DaemonProcessesTest, StatisticsCountWhatTheDaemonHolds) {
     expectStatistics(held, "the figures of an evaluation waiting for its passcode");
     EXPECT_EQ(enterPassword(restored, "1234"), "success");
     EXPECT_EQ(await(std::move(evaluation), "the evaluation's reply"), success);
-    // The delegate's two events, the prompt and the closing one, stay
-    // unanswered until its client goes.
+    // The delegate's prompt stays unanswered until its client goes; the
+    // closing event came with the reply and awaits nothing.
     held["calls"] = held["evaluations"] = 0;
-    held["events"] = 2;
     expectStatistics(held, "the figures once the evaluation has ended");
     evaluating = restored = nullptr;
     held["clients"] = 1;
     held["events"] = 0;
     expectStatistics(held, "the figures once the backend's clients have gone");
+}
+
+// A daemon that serves only the previous version of the interface, as an
+// older tessivad would: the client says so at once rather than hanging.
+TEST_F(DaemonProcessesTest, ADaemonOfAnotherVersionIsRefusedAtOnce) {
+    daemon.reset();
+    detail::bus::EventLoop loop;
+    detail::bus::BusRef older;
+    ASSERT_GE(detail::bus::connectToBus({detail::bus::BusAddress::Kind::address, bus.address()},
+                                        &loop, older),
+              0);
+    static const sd_bus_vtable previous[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD(
+            "Connect", "vb", "ovvv",
+            [](sd_bus_message*, void*, sd_bus_error*) -> int { return -EIO; }, 0),
+        SD_BUS_VTABLE_END};
+    ASSERT_GE(sd_bus_add_object_vtable(older.get(), nullptr, detail::bus::objectPath,
+                                       "org.tessiva.Authentication1", previous, nullptr),
+              0);
+    ASSERT_GE(sd_bus_request_name(older.get(), detail::bus::busName, 0), 0);
+    std::thread serving([&] { loop.run(); });
+    EXPECT_FALSE(connect(nullptr));
+    EXPECT_EQ(refusal, "error -1000: The authentication daemon does not speak "
+                       "org.tessiva.Authentication2, which this library needs; tessivad and the "
+                       "library must come from one release: Unknown method Connect or interface "
+                       "org.tessiva.Authentication2.");
+    loop.stop();
+    serving.join();
 }
 
 // The bus itself restarts on the same address: the connection the backend

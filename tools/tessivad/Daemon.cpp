@@ -21,6 +21,11 @@ using namespace detail::bus;
 
 namespace {
 OB_CONSTANT_STRING(unknownHandleMessage, "No context matches the handle.");
+OB_CONSTANT_STRING(noticesMessage, "The reply cannot hold the evaluation's notices.");
+
+ObRef<ObError> encodingFailure() {
+    return KVErrorHelper::parameterErrorWithMessage(&noticesMessage);
+}
 
 int refuse(sd_bus_error* error, const char* name, const std::string& text) {
     return sd_bus_error_set(error, name, text.c_str());
@@ -100,6 +105,31 @@ Daemon::ReplyWriter outcomeWriter(ObRef<ObObject> result, ObRef<ObError> error) 
     };
 }
 
+// EvaluatePolicy's reply of (v result, v error, a(xv) notices): the outcome,
+// and the notices the client's delegate gets before it.
+Daemon::ReplyWriter evaluationWriter(ObRef<ObObject> result, ObRef<ObError> error,
+                                     std::vector<RelayDelegate::Notice> notices) {
+    return [outcome = outcomeWriter(std::move(result), std::move(error)),
+            notices = std::move(notices)](sd_bus_message* reply,
+                                          const ObRef<ObError>& failure) -> ObRef<ObError> {
+        if (ObRef<ObError> problem = outcome(reply, failure))
+            return problem;
+        if (sd_bus_message_open_container(reply, 'a', "(xv)") < 0)
+            return encodingFailure();
+        // A failure to report goes without them: they failed to encode.
+        for (const RelayDelegate::Notice& notice : failure ? decltype(notices){} : notices) {
+            if (sd_bus_message_open_container(reply, 'r', "xv") < 0 ||
+                sd_bus_message_append(reply, "x", std::int64_t(notice.event)) < 0)
+                return encodingFailure();
+            if (ObRef<ObError> problem = appendValue(reply, notice.params))
+                return problem;
+            if (sd_bus_message_close_container(reply) < 0)
+                return encodingFailure();
+        }
+        return sd_bus_message_close_container(reply) < 0 ? encodingFailure() : nullptr;
+    };
+}
+
 // A reply of (b success, v error).
 Daemon::ReplyWriter successWriter(bool succeeded, ObRef<ObError> error) {
     return [succeeded, error](sd_bus_message* reply, const ObRef<ObError>& failure) {
@@ -166,31 +196,26 @@ struct Daemon::FailureArguments {
     }
 };
 
+// How the client's delegate call for the event ended and, when the delegate
+// has answered by then, the answer; a later answer comes alone, as returned.
 struct Daemon::AnswerArguments {
     std::uint64_t serial = 0;
+    std::int32_t outcome = 0;
+    const char* text = nullptr; // valid while the call is
+    int answered = 0;
     ObRef<ObDictionary> response;
     ObRef<ObError> error;
     int read(sd_bus_message* call, sd_bus_error* refused) {
         sd_bus_message_sensitive(call);
-        if (int result = sd_bus_message_read(call, "t", &serial); result < 0)
+        if (int result = sd_bus_message_read(call, "tisb", &serial, &outcome, &text, &answered);
+            result < 0)
             return result;
+        if (outcome < 0 || outcome > int(EventOutcome::running))
+            return refuse(refused, errorInvalidValue, "The outcome must be 0, 1, 2 or 3");
         if (int result = readArgument(call, response, "The response", "a dictionary", refused);
             result < 0)
             return result;
         return readArgument(call, error, "The answer's error", "an error", refused);
-    }
-};
-
-struct Daemon::ReturnArguments {
-    std::uint64_t serial = 0;
-    std::int32_t outcome = 0;
-    const char* text = nullptr; // valid while the call is
-    int read(sd_bus_message* call, sd_bus_error* error) {
-        if (int result = sd_bus_message_read(call, "tis", &serial, &outcome, &text); result < 0)
-            return result;
-        if (outcome < 0 || outcome > int(EventOutcome::threwOther))
-            return refuse(error, errorInvalidValue, "The outcome must be 0, 1 or 2");
-        return 0;
     }
 };
 
@@ -236,7 +261,7 @@ const sd_bus_vtable Daemon::vtable[] = {
                              SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
         "EvaluatePolicy", "oxv", SD_BUS_PARAM(client) SD_BUS_PARAM(policy) SD_BUS_PARAM(options),
-        "vv", SD_BUS_PARAM(result) SD_BUS_PARAM(error),
+        "vva(xv)", SD_BUS_PARAM(result) SD_BUS_PARAM(error) SD_BUS_PARAM(notices),
         (&onClientMethod<PolicyArguments, &Daemon::onEvaluatePolicy>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES(
         "EvaluateACL", "ovvv",
@@ -252,15 +277,12 @@ const sd_bus_vtable Daemon::vtable[] = {
                              SD_BUS_PARAM(success) SD_BUS_PARAM(error),
                              (&onClientMethod<FailureArguments, &Daemon::onFailProcessedEvent>),
                              SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "otvv",
-                             SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(response)
-                                 SD_BUS_PARAM(error),
+    SD_BUS_METHOD_WITH_NAMES("AnswerEvent", "otisbvv",
+                             SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome)
+                                 SD_BUS_PARAM(exception) SD_BUS_PARAM(answered)
+                                     SD_BUS_PARAM(response) SD_BUS_PARAM(error),
                              "", , (&onClientMethod<AnswerArguments, &Daemon::onAnswerEvent>),
                              SD_BUS_VTABLE_SENSITIVE | SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD_WITH_NAMES(
-        "EventReturned", "otis",
-        SD_BUS_PARAM(client) SD_BUS_PARAM(serial) SD_BUS_PARAM(outcome) SD_BUS_PARAM(exception), "",
-        , (&onClientMethod<ReturnArguments, &Daemon::onEventReturned>), SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD_WITH_NAMES("Statistics", "", , "a{st}", SD_BUS_PARAM(counts),
                              &Daemon::onStatistics, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
@@ -684,10 +706,16 @@ int Daemon::onEvaluatePolicy(sd_bus_message* call, const std::string& id, Client
     startEvaluation(id, client);
     client.client->evaluatePolicy_options_reply(
         ObInteger(arguments.policy), arguments.options,
-        replyCallback(call, client.uid, outcomeWriter,
-                      [this, id, attempt](const ObRef<ObError>& failure) {
-                          endEvaluation(id, attempt, failure);
-                      }));
+        replyCallback(
+            call, client.uid,
+            [relay = client.relay](ObRef<ObDictionary> result, ObRef<ObError> outcome) {
+                return evaluationWriter(result, outcome,
+                                        relay ? relay->takeNotices()
+                                              : std::vector<RelayDelegate::Notice>{});
+            },
+            [this, id, attempt](const ObRef<ObError>& failure) {
+                endEvaluation(id, attempt, failure);
+            }));
     return 1;
 }
 
@@ -722,15 +750,16 @@ int Daemon::onFailProcessedEvent(sd_bus_message* call, const std::string&, Clien
 
 int Daemon::onAnswerEvent(sd_bus_message* call, const std::string&, Client& client,
                           AnswerArguments& arguments, sd_bus_error*) {
-    if (client.relay)
-        client.relay->answer(arguments.serial, arguments.response, arguments.error);
-    return sd_bus_reply_method_return(call, "");
-}
-
-int Daemon::onEventReturned(sd_bus_message* call, const std::string&, Client& client,
-                            ReturnArguments& arguments, sd_bus_error*) {
-    if (client.relay)
-        client.relay->returned(arguments.serial, EventOutcome(arguments.outcome), arguments.text);
+    if (client.relay) {
+        // As in process, the answer given during the delegate's call comes
+        // before its return.
+        if (arguments.answered)
+            client.relay->answer(arguments.serial, arguments.response, arguments.error);
+        if (EventOutcome(arguments.outcome) != EventOutcome::running)
+            client.relay->returned(arguments.serial, EventOutcome(arguments.outcome),
+                                   arguments.text);
+    }
+    // Nothing goes out unless the caller, against custom, waits for a reply.
     return sd_bus_reply_method_return(call, "");
 }
 

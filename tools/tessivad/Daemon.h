@@ -124,7 +124,6 @@ private:
     struct PasswordArguments;
     struct FailureArguments;
     struct AnswerArguments;
-    struct ReturnArguments;
     // A method on one of the caller's clients, as an sd-bus callback: reads
     // the client's path and checks that the caller owns the client
     // (UnknownClient otherwise) before it reads the method's arguments and
@@ -152,8 +151,6 @@ private:
                              sd_bus_error*);
     int onAnswerEvent(sd_bus_message*, const std::string& id, Client&, AnswerArguments&,
                       sd_bus_error*);
-    int onEventReturned(sd_bus_message*, const std::string& id, Client&, ReturnArguments&,
-                        sd_bus_error*);
 
     // Whether the user may have one more call awaiting a reply; the refusal
     // in `error` otherwise.

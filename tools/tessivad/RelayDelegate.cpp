@@ -2,6 +2,7 @@
 #include "RelayDelegate.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace tessiva::daemon {
 void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
@@ -43,6 +44,17 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         throw EventOutcome::threwOther; // of no standard type, as the delegate's was
 }
 
+void RelayDelegate::notice(ObInteger event, const ObRef<ObDictionary>& params) {
+    std::lock_guard lock(mutex_);
+    if (!closed_)
+        notices_.push_back({event, params});
+}
+
+std::vector<RelayDelegate::Notice> RelayDelegate::takeNotices() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(notices_, {});
+}
+
 void RelayDelegate::answer(std::uint64_t serial, const ObRef<ObDictionary>& response,
                            const ObRef<ObError>& error) {
     KVUIReply reply;
@@ -74,6 +86,7 @@ void RelayDelegate::close() {
         std::lock_guard lock(mutex_);
         closed_ = true;
         dropped.swap(answers_);
+        notices_.clear();
         for (auto& [serial, ended] : returns_)
             ended.done = true;
     }

@@ -1,10 +1,12 @@
 // RelayDelegate: the KVUIDelegate the daemon gives the hosted service for a
 // client with a delegate. It forwards each event to that client process and
 // waits until the process's delegate call has returned, so that what it
-// threw reaches the service as if the delegate were in process; answers come
-// back separately, from any process thread.
+// threw reaches the service as if the delegate were in process; the answer
+// usually comes back with the return, else later. Notices, which need no
+// answer, wait to go out with the evaluation's result.
 #pragma once
 
+#include "services/core/NoticeDelegate.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
@@ -17,6 +19,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace tessiva::daemon {
 using detail::bus::EventOutcome;
@@ -28,7 +31,7 @@ inline constexpr std::chrono::seconds returnTimeout{10};
 using EventSender =
     std::function<void(std::uint64_t serial, ObInteger event, const ObRef<ObDictionary>& params)>;
 
-class RelayDelegate final : public KVUIDelegate {
+class RelayDelegate final : public detail::NoticeDelegate {
 public:
     RelayDelegate(std::shared_ptr<detail::bus::EventLoop> loop, EventSender send)
         : loop_(std::move(loop)), send_(std::move(send)) {}
@@ -36,6 +39,15 @@ public:
     // On a service thread: relays, then waits for the call's return.
     void event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
                             KVUIReply reply) override;
+
+    // Kept for the evaluation's result; dropped once the client is gone.
+    void notice(ObInteger event, const ObRef<ObDictionary>& params) override;
+    struct Notice {
+        ObInteger event;
+        ObRef<ObDictionary> params;
+    };
+    // The notices so far, to send with a result. On the loop's thread.
+    std::vector<Notice> takeNotices();
 
     // The client's answer to an event; a second answer, or one to an unknown
     // event, is dropped. On the loop's thread.
@@ -70,5 +82,6 @@ private:
     std::map<std::uint64_t, KVUIReply> answers_;
     std::map<std::uint64_t, Return> returns_;
     std::set<ObInteger> raised_;
+    std::vector<Notice> notices_;
 };
 } // namespace tessiva::daemon

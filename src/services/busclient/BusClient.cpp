@@ -1,10 +1,12 @@
 // The client's operations as calls to the daemon, with their replies read back.
 #include "BusClient.h"
 
+#include "services/core/NoticeDelegate.h"
 #include "services/dbus/ValueCodec.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace tessiva::detail::bus {
 namespace {
@@ -15,6 +17,28 @@ ObRef<ObError> readOutcome(sd_bus_message* reply, ObRef<ObObject>& result) {
     if (!readValue(reply, result).empty() || !readValue(reply, error).empty())
         return malformedReplyError();
     return ob_cast<ObError>(error);
+}
+
+struct Notice {
+    ObInteger event;
+    ObRef<ObDictionary> params;
+};
+
+// An evaluation's notices (a(xv)): events that need no answer, for the
+// delegate before the result.
+ObRef<ObError> readNotices(sd_bus_message* reply, std::vector<Notice>& notices) {
+    if (sd_bus_message_enter_container(reply, 'a', "(xv)") < 0)
+        return malformedReplyError();
+    while (sd_bus_message_at_end(reply, false) == 0) {
+        std::int64_t event = 0;
+        ObRef<ObObject> params;
+        if (sd_bus_message_enter_container(reply, 'r', "xv") < 0 ||
+            sd_bus_message_read(reply, "x", &event) < 0 || !readValue(reply, params).empty() ||
+            (params && !ob_cast<ObDictionary>(params)) || sd_bus_message_exit_container(reply) < 0)
+            return malformedReplyError();
+        notices.push_back({ObInteger(event), ob_cast<ObDictionary>(params)});
+    }
+    return sd_bus_message_exit_container(reply) < 0 ? malformedReplyError() : nullptr;
 }
 } // namespace
 
@@ -48,15 +72,23 @@ void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDic
         },
         // The pending call keeps the link alive; the dispatcher task then
         // does, so that the link never ends on its own loop's thread.
-        [link = link_, shared](sd_bus_message* message, ObRef<ObError> failure) mutable {
+        [link = link_, shared, delegate = delegate_](sd_bus_message* message,
+                                                     ObRef<ObError> failure) mutable {
             ObRef<ObObject> result;
-            if (message)
+            std::vector<Notice> notices;
+            if (message) {
                 failure = readOutcome(message, result);
+                if (ObRef<ObError> malformed = readNotices(message, notices))
+                    failure = malformed;
+            }
             Dispatcher& dispatcher = link->dispatcher();
-            dispatcher.post(
-                [link = std::move(link), shared, failure, result = ob_cast<ObDictionary>(result)] {
-                    (*shared)(failure ? nullptr : result, failure);
-                });
+            dispatcher.post([link = std::move(link), shared, delegate, failure,
+                             result = ob_cast<ObDictionary>(result), notices = std::move(notices)] {
+                if (delegate)
+                    for (const Notice& notice : notices)
+                        notify(*delegate, notice.event, notice.params);
+                (*shared)(failure ? nullptr : result, failure);
+            });
         },
         true);
 }

@@ -9,9 +9,9 @@ namespace tessiva::detail::bus {
 class BusClient final : public KVClient {
 public:
     BusClient(std::shared_ptr<BusLink> link, std::string id, ObRef<ObData> handle,
-              ObRef<ObString> creator) noexcept
+              ObRef<ObString> creator, ObRef<KVUIDelegate> delegate) noexcept
         : link_(std::move(link)), id_(std::move(id)), handle_(std::move(handle)),
-          creator_(std::move(creator)) {}
+          creator_(std::move(creator)), delegate_(std::move(delegate)) {}
     // Tells the daemon, which lets go of the context's client.
     ~BusClient() override;
 
@@ -40,5 +40,6 @@ private:
     const std::string id_; // the client's path in the daemon
     const ObRef<ObData> handle_;
     const ObRef<ObString> creator_;
+    const ObRef<KVUIDelegate> delegate_; // gets the notices evaluations end with
 };
 } // namespace tessiva::detail::bus

@@ -32,6 +32,15 @@ ObRef<ObError> errorFromBus(const sd_bus_error* error) {
     if (sd_bus_error_has_name(error, errorUnknownClient))
         return kvError(KVErrorInvalidContext, "The context is unknown to the authentication "
                                               "daemon (it may have restarted).");
+    // A daemon of another version knows no such interface; the bus itself
+    // says ServiceUnknown when no daemon runs.
+    if (sd_bus_error_has_names(error, SD_BUS_ERROR_UNKNOWN_METHOD, SD_BUS_ERROR_UNKNOWN_INTERFACE,
+                               SD_BUS_ERROR_UNKNOWN_OBJECT))
+        return kvError(KVErrorServiceUnavailable,
+                       std::string("The authentication daemon does not speak ") + interfaceName +
+                           ", which this library needs; tessivad and the library must come "
+                           "from one release: " +
+                           message);
     if (sd_bus_error_has_name(error, SD_BUS_ERROR_LIMITS_EXCEEDED))
         return kvError(KVErrorServiceUnavailable,
                        "The authentication daemon refused the request: " + message);
@@ -93,6 +102,7 @@ void BusLink::runLoop() {
 }
 
 void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, bool forever) {
+    sendHeldAnswers();
     loop_.post([this, member, write = std::move(write), read = std::move(read), forever]() mutable {
         sendNow(member, write, std::move(read), forever);
     });
@@ -108,6 +118,7 @@ void BusLink::callAndWait(const char* member, ArgumentWriter write, ReplyReader 
 }
 
 void BusLink::send(const char* member, ArgumentWriter write) {
+    sendHeldAnswers();
     loop_.post(
         [this, member, write = std::move(write)] { sendNow(member, write, nullptr, false); });
 }
@@ -193,44 +204,98 @@ void BusLink::deliverEvent(sd_bus_message* message) {
     if (sd_bus_message_read(message, "tx", &serial, &event) < 0 ||
         !readValue(message, params).empty())
         return;
-    const std::string client = path;
-    auto returnEvent = [client, serial](BusLink& link, EventOutcome outcome, std::string text) {
-        link.send("EventReturned", [=](sd_bus_message* m) -> ObRef<ObError> {
-            sd_bus_message_append(m, "otis", client.c_str(), serial, std::int32_t(outcome),
-                                  text.c_str());
-            return nullptr;
-        });
-    };
     // Weak: a delegate may keep its reply after every client has gone.
-    std::weak_ptr<BusLink> weak = weak_from_this();
-    dispatcher_.post([weak, delegate, client, serial, event, returnEvent,
+    dispatcher_.post([weak = weak_from_this(), delegate, client = std::string(path), serial, event,
                       params = ob_cast<ObDictionary>(params)] {
         std::shared_ptr<BusLink> link = weak.lock();
         if (!link)
             return;
-        KVUIReply answer = [weak, client, serial](ObRef<ObDictionary> response,
-                                                  ObRef<ObError> error) {
-            std::shared_ptr<BusLink> alive = weak.lock();
-            if (!alive)
-                return;
-            alive->send("AnswerEvent", [=](sd_bus_message* m) -> ObRef<ObError> {
-                sd_bus_message_append(m, "ot", client.c_str(), serial);
-                // An answer that cannot cross fails the evaluation with the reason.
-                if (ObRef<ObError> failure = encodingError(m, response))
-                    return appendValue(m, nullptr) ? failure : appendValue(m, failure);
-                if (ObRef<ObError> failure = appendValue(m, response))
-                    return failure;
-                return appendValue(m, error);
-            });
+        // The answer given during the delegate's call goes with its return,
+        // one message for both, unless the process calls the daemon first;
+        // one given later goes alone.
+        auto call = std::make_shared<EventCall>();
+        call->client = client;
+        call->serial = serial;
+        {
+            std::lock_guard lock(link->callsMutex_);
+            link->calls_.push_back(call);
+        }
+        KVUIReply answer = [weak, call](ObRef<ObDictionary> response, ObRef<ObError> error) {
+            {
+                std::lock_guard lock(call->mutex);
+                if (call->answered)
+                    return;
+                call->answered = true;
+                if (!call->returned) {
+                    call->response = std::move(response);
+                    call->error = std::move(error);
+                    return;
+                }
+            }
+            if (std::shared_ptr<BusLink> alive = weak.lock())
+                alive->answerEvent(call->client, call->serial, EventOutcome::returned, "", true,
+                                   response, error);
         };
+        EventOutcome outcome = EventOutcome::returned;
+        std::string thrown;
         try {
             delegate->event_params_reply(ObInteger(event), params, std::move(answer));
-            returnEvent(*link, EventOutcome::returned, "");
         } catch (const std::exception& exception) {
-            returnEvent(*link, EventOutcome::threwException, exception.what());
+            outcome = EventOutcome::threwException;
+            thrown = exception.what();
         } catch (...) {
-            returnEvent(*link, EventOutcome::threwOther, "");
+            outcome = EventOutcome::threwOther;
         }
+        {
+            std::lock_guard lock(link->callsMutex_);
+            std::erase(link->calls_, call);
+        }
+        std::unique_lock lock(call->mutex);
+        call->returned = true;
+        const bool answered = call->answered && !call->sent;
+        ObRef<ObDictionary> response = std::move(call->response);
+        ObRef<ObError> error = std::move(call->error);
+        lock.unlock();
+        link->answerEvent(client, serial, outcome, thrown, answered, response, error);
     });
 }
+
+void BusLink::sendHeldAnswers() {
+    std::vector<std::shared_ptr<EventCall>> calls;
+    {
+        std::lock_guard lock(callsMutex_);
+        if (calls_.empty())
+            return;
+        calls = calls_;
+    }
+    for (const std::shared_ptr<EventCall>& call : calls) {
+        ObRef<ObDictionary> response;
+        ObRef<ObError> error;
+        {
+            std::lock_guard lock(call->mutex);
+            if (!call->answered || call->sent || call->returned)
+                continue;
+            call->sent = true;
+            response = std::move(call->response);
+            error = std::move(call->error);
+        }
+        answerEvent(call->client, call->serial, EventOutcome::running, "", true, response, error);
+    }
+}
+
+void BusLink::answerEvent(const std::string& client, std::uint64_t serial, EventOutcome outcome,
+                          const std::string& thrown, bool answered,
+                          const ObRef<ObDictionary>& response, const ObRef<ObError>& error) {
+    loop_.post([this, write = [=](sd_bus_message* m) -> ObRef<ObError> {
+        sd_bus_message_append(m, "otisb", client.c_str(), serial, std::int32_t(outcome),
+                              thrown.c_str(), int(answered));
+        // An answer that cannot cross fails the evaluation with the reason.
+        if (ObRef<ObError> failure = encodingError(m, response))
+            return appendValue(m, nullptr) ? failure : appendValue(m, failure);
+        if (ObRef<ObError> failure = appendValue(m, response))
+            return failure;
+        return appendValue(m, error);
+    }] { sendNow("AnswerEvent", write, nullptr, false); });
+}
+
 } // namespace tessiva::detail::bus

@@ -4,6 +4,7 @@
 
 #include "platform/brindle/KVErrors.h"
 #include "services/dbus/BusConnect.h"
+#include "services/dbus/BusInterface.h"
 #include "services/dbus/Dispatcher.h"
 #include "services/dbus/EventLoop.h"
 #include "services/dbus/SdBus.h"
@@ -16,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <systemd/sd-bus.h>
+#include <vector>
 
 namespace tessiva::detail::bus {
 // Appends a call's arguments; the error when a value cannot cross the bus.
@@ -59,6 +61,26 @@ private:
     void runLoop();
     static int onMessage(sd_bus_message* message, void* self, sd_bus_error* error);
     void deliverEvent(sd_bus_message* message);
+    // An event's delegate call, whether it has returned, and the answer it
+    // gave before it did.
+    struct EventCall {
+        std::string client;
+        std::uint64_t serial = 0;
+        std::mutex mutex;
+        bool returned = false;
+        bool answered = false;
+        bool sent = false; // the answer went ahead of the return
+        ObRef<ObDictionary> response;
+        ObRef<ObError> error;
+    };
+    // Sends the answers that delegates still in their calls have given, so
+    // that the process's next call to the daemon cannot overtake them.
+    void sendHeldAnswers();
+    // Tells the daemon how the delegate's call for the event ended and, if
+    // it has by then, what it answered.
+    void answerEvent(const std::string& client, std::uint64_t serial, EventOutcome outcome,
+                     const std::string& thrown, bool answered, const ObRef<ObDictionary>& response,
+                     const ObRef<ObError>& error);
     // Sends on the loop's thread.
     void sendNow(const char* member, const ArgumentWriter& write, ReplyReader read, bool forever);
 
@@ -71,6 +93,8 @@ private:
         ObRef<KVUIDelegate> delegate;
     };
     std::map<std::string, Delegate> delegates_;
+    std::mutex callsMutex_;
+    std::vector<std::shared_ptr<EventCall>> calls_; // delegates in their calls
     Dispatcher dispatcher_;
     std::thread thread_;
 };

@@ -50,7 +50,7 @@ void BusService::clientWithExternalizedContext_uiDelegate_reply(
                 if (uiDelegate)
                     connection->addDelegate(id, sd_bus_message_get_sender(message), uiDelegate);
                 client = ObMake<BusClient>(connection, id, ob_cast<ObData>(handle),
-                                           ob_cast<ObString>(creator));
+                                           ob_cast<ObString>(creator), uiDelegate);
             }
         });
     reply(client, error);

@@ -2,6 +2,7 @@
 // through rounds of the passcode event, until an outcome.
 #include "Evaluation.h"
 
+#include "NoticeDelegate.h"
 #include "ServiceContext.h"
 #include "ServiceErrors.h"
 #include "ServiceVocabulary.h"
@@ -165,14 +166,9 @@ void Evaluation::raise(const Prompt& prompt) {
 }
 
 void Evaluation::raiseClosingEvent() {
-    try {
-        delegate_->event_params_reply(
-            passcodeEvent,
-            ObDictionary::make({{number(activeParameter), ObNumber::makeBool(false)}}),
-            [](ObRef<ObDictionary>, ObRef<ObError>) {});
-    } catch (...) {
-        // The outcome is decided; a delegate that fails to close changes nothing.
-    }
+    // The outcome is decided; the delegate's answer or failure changes nothing.
+    notify(*delegate_, passcodeEvent,
+           ObDictionary::make({{number(activeParameter), ObNumber::makeBool(false)}}));
 }
 
 std::optional<SecretText> Evaluation::awaitAnswer() {
