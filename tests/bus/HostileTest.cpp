@@ -277,8 +277,8 @@ TEST_F(HostileBusTest, AVictimsDelegateSeesTheDaemonsEventsOnly) {
 // user is served again.
 TEST_F(HostileBusTest, AFloodOfEvaluationsAndCallsStaysWithinTheLimits) {
     const long threads = 4, mostThreads = threads + 6, mostKilobytes = 200 * 1024;
-    // One evaluation of a user verifies at a time, so a second one admitted
-    // would wait for its turn without raising the event the attacker counts.
+    // One evaluation of a user at a time (--max-evaluations 1): a second one
+    // admitted would raise the event the attacker counts as waiting.
     startDaemon({"--threads", std::to_string(threads), "--max-contexts", "16", "--max-evaluations",
                  "1", "--max-pending", "4", "--idle-seconds", "0"});
     ChildProcess attacker = as(attackerUser, TESSIVA_BUS_ATTACKER, {"exhaust", "32", "32"});

@@ -68,22 +68,29 @@ TEST(AttemptGuard, FailuresAcrossContextsLockTheUserOutAndSuccessForgivesThem) {
     EXPECT_EQ(AttemptGuard::lockedOutError()->code(), -1);
 }
 
-TEST(AttemptGuard, OneVerificationAtATimeAndTheDelayAfterAFailure) {
-    AttemptGuard guard(limits(100, 1h));
+TEST(AttemptGuard, NoMoreVerificationsAtOnceThanFailuresLeftAndADelayAfterAFailure) {
+    AttemptGuard guard(limits(2, 0ms));
+    // Two may fail before the lockout, so two verify at once; a third waits
+    // for a turn, and stopping it ends the wait.
     ASSERT_EQ(guard.enter(never, std::nullopt), Admission::admitted);
-    // A second verification waits for the first; stopping it ends the wait.
+    ASSERT_EQ(guard.enter(never, std::nullopt), Admission::admitted);
     std::atomic<bool> stop{false};
-    auto second = std::async(
-        std::launch::async, [&] { return guard.enter([&] { return stop.load(); }, std::nullopt); });
-    EXPECT_EQ(second.wait_for(0s), std::future_status::timeout);
+    auto third = std::async(std::launch::async,
+                            [&] { return guard.enter([&] { return stop.load(); }, std::nullopt); });
+    EXPECT_EQ(third.wait_for(0s), std::future_status::timeout);
     stop = true;
     guard.wake();
-    EXPECT_EQ(await(std::move(second), "the stopped verification"), Admission::stopped);
+    EXPECT_EQ(await(std::move(third), "the stopped verification"), Admission::stopped);
+    // A failure leaves one guess, which the verification still running holds.
+    guard.leave(true);
+    EXPECT_EQ(guard.enter(never, std::chrono::steady_clock::now() + 20ms), Admission::stopped);
 
     // After a failure the next one waits out the delay, or its own deadline.
-    guard.leave(true);
+    AttemptGuard delayed(limits(100, 1h));
+    ASSERT_EQ(delayed.enter(never, std::nullopt), Admission::admitted);
+    delayed.leave(true);
     const auto deadline = std::chrono::steady_clock::now() + 50ms;
-    EXPECT_EQ(guard.enter(never, deadline), Admission::stopped);
+    EXPECT_EQ(delayed.enter(never, deadline), Admission::stopped);
     EXPECT_GE(std::chrono::steady_clock::now(), deadline);
 }
 } // namespace

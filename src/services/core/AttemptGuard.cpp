@@ -25,13 +25,15 @@ AttemptGuard::Admission AttemptGuard::enter(const std::function<bool()>& stopped
             return Admission::stopped;
         if (now < lockedUntil_)
             return Admission::lockedOut;
-        if (!busy_ && now >= nextAllowed_) {
-            busy_ = true;
+        forgetOldFailures(now);
+        const bool turnFree = failures_.size() + running_ < limits_.deny;
+        if (turnFree && now >= nextAllowed_) {
+            ++running_;
             return Admission::admitted;
         }
-        // Woken by the turn's end, by wake(), or when the delay is over.
+        // Woken by a turn's end, by wake(), or when the delay is over.
         std::optional<Clock::time_point> until = deadline;
-        if (!busy_ && (!until || nextAllowed_ < *until))
+        if (turnFree && (!until || nextAllowed_ < *until))
             until = nextAllowed_;
         if (until)
             changed_.wait_until(lock, *until);
@@ -43,13 +45,12 @@ AttemptGuard::Admission AttemptGuard::enter(const std::function<bool()>& stopped
 void AttemptGuard::leave(bool failed) {
     {
         std::lock_guard lock(mutex_);
-        busy_ = false;
+        --running_;
         const Clock::time_point now = Clock::now();
         if (!failed) {
             failures_.clear();
         } else {
-            while (!failures_.empty() && now - failures_.front() >= limits_.failInterval)
-                failures_.pop_front();
+            forgetOldFailures(now);
             failures_.push_back(now);
             nextAllowed_ = now + limits_.failDelay;
             if (failures_.size() >= limits_.deny) {
@@ -59,6 +60,11 @@ void AttemptGuard::leave(bool failed) {
         }
     }
     changed_.notify_all();
+}
+
+void AttemptGuard::forgetOldFailures(Clock::time_point now) {
+    while (!failures_.empty() && now - failures_.front() >= limits_.failInterval)
+        failures_.pop_front();
 }
 
 void AttemptGuard::wake() {

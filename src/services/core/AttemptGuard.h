@@ -1,8 +1,10 @@
 // AttemptGuard: one user's guessing, counted across all of that user's
-// contexts and processes, in the manner of pam_faillock. One verification
-// runs at a time; after each failure the next waits `failDelay`; once `deny`
-// failures fall within `failInterval`, every verification is refused, the
-// right answer too, until `unlockTime` after the last failure. A success
+// contexts and processes, in the manner of pam_faillock. No more
+// verifications run at once than failures the user has left before the
+// lockout, so that parallel guesses never add up to more than `deny`; after
+// each failure the next waits `failDelay`; once `deny` failures fall within
+// `failInterval`, every verification is refused, the right answer too,
+// until `unlockTime` after the last failure. A success
 // clears the count. An evaluation's own limit on failures (option 1004) only
 // ends that evaluation sooner; it never lets the user guess more.
 #pragma once
@@ -47,10 +49,12 @@ public:
     const char* className() const noexcept override { return "AttemptGuard"; }
 
 private:
+    void forgetOldFailures(Clock::time_point now);
+
     const AttemptLimits limits_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    bool busy_ = false;
+    unsigned running_ = 0;                   // verifications admitted and not yet left
     std::deque<Clock::time_point> failures_; // within the interval, oldest first
     Clock::time_point nextAllowed_{};
     Clock::time_point lockedUntil_{};
