@@ -6,8 +6,11 @@
 //   tessiva_daemon_compare [--log FILE]            # on a private dbus-daemon
 //   tessiva_daemon_compare --broker [--log FILE]   # on dbus-broker (dbus-broker-launch)
 //
-// The processes' errors, tessivad's log line per authentication among them,
-// go to FILE (/dev/null when none is named).
+// On a machine without a journal, --broker takes root (see BrokerBus.h). The
+// processes' errors, tessivad's log line per authentication among them, go to
+// FILE (/dev/null when none is named); so does dbus-broker's log where there
+// is no journal to take it.
+#include "BrokerBus.h"
 #include "DaemonClient.h"
 #include "PingNames.h"
 
@@ -20,6 +23,7 @@
 #include <functional>
 #include <latch>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string_view>
 #include <sys/resource.h>
@@ -144,6 +148,12 @@ Connect rawPing(const std::string& address) {
     };
 }
 
+// The bus's socket, removed when the run ends, however it ends.
+struct SocketPath {
+    std::string path;
+    ~SocketPath() { unlink(path.c_str()); }
+};
+
 void row(const char* what, double daemon, double raw, const char* unit, const char* target) {
     std::printf("| %-26s | %10.1f | %10.1f | %-5s | %5.2f | %-7s |\n", what, daemon, raw, unit,
                 daemon / raw, target);
@@ -165,23 +175,20 @@ int main(int argc, char** argv) {
     }
     try {
         // The bus on a socket of the run's own.
-        const std::string socket = "/tmp/tessiva-bench-" + std::to_string(getpid());
-        std::unique_ptr<Spawned> bus;
-        std::string address = "unix:path=" + socket;
+        const SocketPath socket{"/tmp/tessiva-bench-" + std::to_string(getpid())};
+        std::string address = "unix:path=" + socket.path;
+        std::optional<BrokerBus> brokerBus;
+        std::optional<Spawned> daemonBus;
+        pid_t bus = -1;
         if (broker) {
-            bus = std::make_unique<Spawned>(
-                std::vector<std::string>{TESSIVA_SOCKET_ACTIVATE, "-l", socket,
-                                         "dbus-broker-launch", "--scope", "user", "--config-file",
-                                         TESSIVA_BUS_CONFIG},
-                false, log);
-            for (int tries = 0; access(socket.c_str(), F_OK) != 0 && tries < 500; ++tries)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            bus = brokerBus.emplace(socket.path, log).pid();
         } else {
-            bus = std::make_unique<Spawned>(
+            daemonBus.emplace(
                 std::vector<std::string>{TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG,
                                          "--nofork", "--print-address=1", "--address=" + address},
                 true, log);
-            address = bus->firstLine;
+            bus = daemonBus->pid;
+            address = daemonBus->firstLine;
         }
         // Guessing limits would slow or refuse the evaluations; the benchmark
         // makes millions.
@@ -192,8 +199,8 @@ int main(int argc, char** argv) {
         if (daemon.firstLine != "tessivad: ready" || ping.firstLine != "ready")
             throw std::runtime_error("tessivad or the ping server did not start on " + address);
 
-        const Figures viaDaemon = measure(daemonPath(address), bus->pid, daemon.pid);
-        const Figures raw = measure(rawPing(address), bus->pid, ping.pid);
+        const Figures viaDaemon = measure(daemonPath(address), bus, daemon.pid);
+        const Figures raw = measure(rawPing(address), bus, ping.pid);
 
         std::printf("%s, %d operations after %d of warm-up; throughput %lld s per row\n\n",
                     broker ? "dbus-broker" : "dbus-daemon", iterations, warmUp,
@@ -218,7 +225,6 @@ int main(int argc, char** argv) {
             std::printf("\nCPU per operation, %s: client %.1f us, bus %.1f us, server %.1f us",
                         name, figures->cpuParts[0], figures->cpuParts[1], figures->cpuParts[2]);
         std::printf("\n");
-        unlink(socket.c_str());
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tessiva_daemon_compare: %s\n", error.what());
