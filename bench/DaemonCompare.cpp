@@ -1,7 +1,9 @@
 // tessiva_daemon_compare: one passcode evaluation through tessivad set beside
 // one raw round trip on the same private bus (Ping to tessiva_bus_ping), in
 // latency, CPU time per operation (client, bus and server together) and
-// throughput with 1 to 8 client connections. Prints a table of the ratios.
+// throughput with 1 to 8 client connections. Prints a table of the ratios,
+// and what tessivad's resident memory grows by per idle connection and per
+// idle context.
 //
 //   tessiva_daemon_compare [--log FILE]            # on a private dbus-daemon
 //   tessiva_daemon_compare --broker [--log FILE]   # on dbus-broker (dbus-broker-launch)
@@ -28,6 +30,7 @@
 #include <string_view>
 #include <sys/resource.h>
 #include <thread>
+#include <vector>
 
 namespace {
 using namespace tessiva::bench;
@@ -154,6 +157,45 @@ struct SocketPath {
     ~SocketPath() { unlink(path.c_str()); }
 };
 
+// A process's resident memory, in kB.
+long residentKilobytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmRSS:"))
+            return std::stol(line.substr(6));
+    return 0;
+}
+
+struct IdleMemory {
+    double perConnection = 0; // bytes, a connection with one client on its own context
+    double perContext = 0;    // bytes, one more client on a context of its own
+};
+
+// What the daemon holds for idle clients: `count` connections with one
+// client each, then `count` more clients on one connection, each on a
+// context of its own.
+IdleMemory idleMemory(const std::string& address, pid_t daemon) {
+    constexpr int count = 200;
+    IdleMemory memory;
+    const long before = residentKilobytes(daemon);
+    std::vector<ObRef<KVClient>> connections;
+    for (int i = 0; i < count; ++i)
+        if (!connections.emplace_back(connectToDaemon(address)))
+            throw std::runtime_error("a connection was refused");
+    const long connected = residentKilobytes(daemon);
+    memory.perConnection = double(connected - before) * 1024 / count;
+    const ObRef<KVBusService> one = KVBusService::make(ObString::make(address));
+    std::vector<ObRef<KVClient>> contexts;
+    for (int i = 0; i < count; ++i)
+        if (!contexts.emplace_back(connectClient(one)))
+            throw std::runtime_error("a context was refused");
+    memory.perContext = double(residentKilobytes(daemon) - connected) * 1024 / count;
+    for (auto* clients : {&connections, &contexts})
+        for (const ObRef<KVClient>& client : *clients)
+            client->invalidate();
+    return memory;
+}
+
 void row(const char* what, double daemon, double raw, const char* unit, const char* target) {
     std::printf("| %-26s | %10.1f | %10.1f | %-5s | %5.2f | %-7s |\n", what, daemon, raw, unit,
                 daemon / raw, target);
@@ -193,12 +235,13 @@ int main(int argc, char** argv) {
         // Guessing limits would slow or refuse the evaluations; the benchmark
         // makes millions.
         Spawned daemon({TESSIVA_DAEMON, "--address", address, "--service", "simulated", "--deny",
-                        "100000000", "--fail-delay-ms", "0"},
+                        "100000000", "--fail-delay-ms", "0", "--max-contexts", "1000"},
                        true, log);
         Spawned ping({TESSIVA_BUS_PING, address}, true, log);
         if (daemon.firstLine != "tessivad: ready" || ping.firstLine != "ready")
             throw std::runtime_error("tessivad or the ping server did not start on " + address);
 
+        const IdleMemory memory = idleMemory(address, daemon.pid);
         const Figures viaDaemon = measure(daemonPath(address), bus, daemon.pid);
         const Figures raw = measure(rawPing(address), bus, ping.pid);
 
@@ -224,7 +267,9 @@ int main(int argc, char** argv) {
              {std::pair{"daemon", &viaDaemon}, std::pair{"raw", &raw}})
             std::printf("\nCPU per operation, %s: client %.1f us, bus %.1f us, server %.1f us",
                         name, figures->cpuParts[0], figures->cpuParts[1], figures->cpuParts[2]);
-        std::printf("\n");
+        std::printf("\ntessivad's memory (resident), idle: %.0f bytes per connection with a "
+                    "client and its context, %.0f bytes per further client and context\n",
+                    memory.perConnection, memory.perContext);
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tessiva_daemon_compare: %s\n", error.what());

@@ -159,6 +159,7 @@ void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyRead
     // reply has a time-out to keep.
     if (result >= 0 && ((sd_bus_get_events(bus_.get()) & POLLOUT) || (read && !forever)))
         loop_.wake();
+    message.reset(); // sd-bus counts its references without atomics
     held.unlock();
     if (!read)
         return;
