@@ -27,7 +27,8 @@ void EventLoop::post(std::function<void()> task) {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
     }
-    wake();
+    const std::uint64_t one = 1;
+    (void)!write(wakeup_, &one, sizeof one);
 }
 
 void EventLoop::stop() {
@@ -35,34 +36,13 @@ void EventLoop::stop() {
         std::lock_guard lock(mutex_);
         stopping_ = true;
     }
-    wake();
-}
-
-void EventLoop::wake() {
     const std::uint64_t one = 1;
     (void)!write(wakeup_, &one, sizeof one);
 }
 
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
-    sd_event* event = event_.get();
-    std::unique_lock held(lock_);
-    // sd_event_loop's steps, with the lock let go of while waiting only.
-    int result = 0;
-    while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
-        result = sd_event_prepare(event);
-        if (result == 0) {
-            held.unlock();
-            result = sd_event_wait(event, UINT64_MAX);
-            held.lock();
-        }
-        if (result > 0)
-            result = sd_event_dispatch(event);
-    }
-    if (result >= 0)
-        sd_event_get_exit_code(event, &result);
-    finished_ = true;
-    held.unlock();
+    int result = sd_event_loop(event_.get());
     std::lock_guard lock(mutex_);
     tasks_.clear();
     return result;
