@@ -130,7 +130,7 @@ protected:
     }
     void TearDown() override {
         if (daemon) {
-            EXPECT_EQ(stopDaemon(), 0) << "tessivad's exit status";
+            EXPECT_EQ(stopDaemon(), 0) << "tessivad's exit status; it said: " << daemonErrors();
         }
     }
 

@@ -25,7 +25,10 @@ EventLoop::~EventLoop() {
 void EventLoop::post(std::function<void()> task) {
     {
         std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
+        // A task posted once the loop has ended would never run, and may hold
+        // whatever holds this loop: it is dropped, outside the lock.
+        if (!finished_)
+            tasks_.push_back(std::move(task));
     }
     const std::uint64_t one = 1;
     (void)!write(wakeup_, &one, sizeof one);
@@ -43,8 +46,12 @@ void EventLoop::stop() {
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
     int result = sd_event_loop(event_.get());
-    std::lock_guard lock(mutex_);
-    tasks_.clear();
+    std::deque<std::function<void()>> left;
+    {
+        std::lock_guard lock(mutex_);
+        finished_ = true;
+        left.swap(tasks_);
+    }
     return result;
 }
 

@@ -24,7 +24,8 @@ public:
     bool usable() const noexcept { return event_ && wakeup_ >= 0; }
 
     // Runs the task on the loop's thread, in the order posted; tasks posted
-    // before stop() still run. Safe from any thread.
+    // before stop() still run, those posted after run() has returned are
+    // dropped. Safe from any thread.
     void post(std::function<void()> task);
     // Runs until stop(); on the calling thread, which becomes the loop's.
     int run();
@@ -41,6 +42,7 @@ private:
     std::mutex mutex_;
     std::deque<std::function<void()>> tasks_;
     bool stopping_ = false;
+    bool finished_ = false;
     std::atomic<std::thread::id> thread_{};
 };
 } // namespace tessiva::detail::bus
