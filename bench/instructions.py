@@ -27,6 +27,8 @@ PAIRS += [
     ("evaluatePolicy_hints_error", 200, 1.3),
     ("optionsFromVRHints", 500, 1.15),
     ("delegate proxy event", 500, 1.10),
+    # Only in builds with D-Bus support.
+    ("bus codec, event and answer", 500, 1.10),
 ]
 
 TOTALS = re.compile(r"^totals:\s+(\d+)", re.MULTILINE)
@@ -61,8 +63,11 @@ def main():
         print("note: TESSIVA_LOGGING ignored; the figures are with logging off")
     rows = [("operation", "ours", "baseline", "ratio", "target", "allocs/op", "result")]
     missed = []
+    listed = set(subprocess.run([binary, "--list"], check=True, capture_output=True,
+                                text=True).stdout.splitlines())
+    pairs = [row for row in PAIRS if row[0] + "/ours" in listed]
     try:
-        for pair, operations, target in PAIRS:
+        for pair, operations, target in pairs:
             ours, ours_allocs = per_operation(binary, pair + "/ours", operations)
             base, base_allocs = per_operation(binary, pair + "/baseline", operations)
             ratio = ours / base
@@ -84,9 +89,9 @@ def main():
     print("Instructions per operation (callgrind, N operations minus an empty run, the "
           "warm-up call excluded); allocs/op: ours / baseline.")
     if missed:
-        print(f"MISSED: {len(missed)} of {len(PAIRS)} targets: " + "; ".join(missed))
+        print(f"MISSED: {len(missed)} of {len(pairs)} targets: " + "; ".join(missed))
         return 1
-    print(f"All {len(PAIRS)} targets met.")
+    print(f"All {len(pairs)} targets met.")
     return 0
 
 

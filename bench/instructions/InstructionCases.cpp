@@ -156,6 +156,9 @@ InstructionCases makeCases() {
     addPair("evaluatePolicy_hints_error", evaluation);
     addPair("optionsFromVRHints", hints);
     addPair("delegate proxy event", delegateEvent);
+#ifdef TESSIVA_BENCH_CODEC
+    addCodecCases(cases);
+#endif
     return cases;
 }
 

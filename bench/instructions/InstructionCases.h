@@ -18,4 +18,7 @@ using InstructionCases = std::map<std::string, InstructionCase>;
 
 const InstructionCases& instructionCases();
 
+// The bus codec's pair, in builds with D-Bus support (CodecCase.cpp).
+void addCodecCases(InstructionCases& cases);
+
 } // namespace tessiva::bench

@@ -77,24 +77,32 @@ public:
         if (std::string exceeded = budget_.exceeded(depth); !exceeded.empty())
             return exceeded;
         if (!value)
-            return check(sd_bus_message_append(message_, "v", "g", ""));
+            return check({sd_bus_message_open_container(message_, 'v', "g"),
+                          sd_bus_message_append_basic(message_, 'g', ""),
+                          sd_bus_message_close_container(message_)});
         if (auto text = ob_cast<ObString>(value)) {
             budget_.bytes += text->length();
             if (!budget_.exceeded(depth).empty())
                 return budget_.exceeded(depth);
             if (!isValidUTF8WithoutNul(text->text()))
                 return "a string is not valid UTF-8 or holds a NUL";
-            // A passcode may be in it: the copy is wiped once appended.
-            std::string copy(text->text());
-            std::string problem = check(sd_bus_message_append(message_, "v", "s", copy.c_str()));
-            explicit_bzero(copy.data(), copy.size());
-            return problem;
+            // Straight from the string, which ends in a NUL and holds none:
+            // a passcode in it is copied only into the message.
+            return check({sd_bus_message_open_container(message_, 'v', "s"),
+                          sd_bus_message_append_basic(message_, 's', text->cString()),
+                          sd_bus_message_close_container(message_)});
         }
         if (auto number = ob_cast<ObNumber>(value)) {
-            if (number->isBoolean())
-                return check(sd_bus_message_append(message_, "v", "b", int(number->boolValue())));
-            return check(
-                sd_bus_message_append(message_, "v", "x", std::int64_t(number->integerValue())));
+            if (number->isBoolean()) {
+                const int flag = number->boolValue();
+                return check({sd_bus_message_open_container(message_, 'v', "b"),
+                              sd_bus_message_append_basic(message_, 'b', &flag),
+                              sd_bus_message_close_container(message_)});
+            }
+            const std::int64_t integer = number->integerValue();
+            return check({sd_bus_message_open_container(message_, 'v', "x"),
+                          sd_bus_message_append_basic(message_, 'x', &integer),
+                          sd_bus_message_close_container(message_)});
         }
         if (auto data = ob_cast<ObData>(value)) {
             budget_.bytes += data->length();
@@ -160,10 +168,7 @@ private:
             budget_.bytes += text->length();
             if (!isValidUTF8WithoutNul(text->text()))
                 return "a string is not valid UTF-8 or holds a NUL";
-            std::string copy(text->text());
-            std::string problem = check(sd_bus_message_append_basic(message_, 's', copy.c_str()));
-            explicit_bzero(copy.data(), copy.size());
-            return problem;
+            return check(sd_bus_message_append_basic(message_, 's', text->cString()));
         }
         auto number = ob_cast<ObNumber>(key);
         if (kind == 'b') {
@@ -223,7 +228,8 @@ public:
         const char* contents = nullptr;
         if (sd_bus_message_peek_type(message_, &type, &contents) <= 0 || type != 'v')
             return "a value is not a variant";
-        const std::string signature(contents);
+        // Points into the message, which outlives this read.
+        const std::string_view signature(contents);
         if (sd_bus_message_enter_container(message_, 'v', contents) < 0)
             return "a variant cannot be read";
         std::string problem = readContents(signature, value, depth);
@@ -233,7 +239,7 @@ public:
     }
 
 private:
-    std::string readContents(const std::string& signature, ObRef<ObObject>& value, int depth) {
+    std::string readContents(std::string_view signature, ObRef<ObObject>& value, int depth) {
         if (signature == "g") {
             const char* empty = nullptr;
             if (sd_bus_message_read_basic(message_, 'g', &empty) < 0 || *empty != '\0')
@@ -283,7 +289,7 @@ private:
             return readDictionary(signature[2], value, depth);
         if (signature == "(sxv)")
             return readError(value, depth);
-        return "a variant of signature \"" + signature + "\" has no meaning here";
+        return "a variant of signature \"" + std::string(signature) + "\" has no meaning here";
     }
 
     std::string readArray(ObRef<ObObject>& value, int depth) {
