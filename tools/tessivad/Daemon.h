@@ -1,7 +1,8 @@
 // Daemon: the org.tessiva.Authentication1 object. It relays each method to
 // the hosted service's clients, owns the bookkeeping of who may use what,
 // and answers bad peers with D-Bus errors. Everything here runs on the
-// loop's thread; only RelayDelegate is reached from service threads.
+// loop's thread, but for sendEvent, which RelayDelegate calls from service
+// threads under the loop's lock.
 //
 // Every peer is a stranger: a caller reaches only its own clients (by a
 // path of 128 random bits) and its own user's contexts; only the bus itself

@@ -17,9 +17,13 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         returns_.emplace(serial, Return{});
         raised_.insert(event);
     }
-    loop_->post([self = ObRef<RelayDelegate>(this), serial, event, params] {
-        self->send_(serial, event, params);
-    });
+    {
+        // Sent from this thread, without a hand-off to the loop's; what the
+        // loop served is gone once it has finished.
+        std::lock_guard held(loop_->lock());
+        if (!loop_->finished())
+            send_(serial, event, params);
+    }
     // A service that raises from the loop's own thread cannot wait for it.
     if (loop_->onLoopThread()) {
         std::lock_guard lock(mutex_);

@@ -27,7 +27,7 @@ using detail::bus::EventOutcome;
 // How long a service thread waits for the client's delegate call to return.
 inline constexpr std::chrono::seconds returnTimeout{10};
 
-// Sends an event to the client on the loop's thread.
+// Sends an event to the client; under the loop's lock, on any thread.
 using EventSender =
     std::function<void(std::uint64_t serial, ObInteger event, const ObRef<ObDictionary>& params)>;
 

@@ -1,5 +1,6 @@
-// Every sd-bus call happens on the link's loop thread; callers' callbacks
-// run on its dispatcher.
+// Calls go out from the calling thread under the loop's lock; replies and
+// events come in on the loop's thread; callers' callbacks run on the
+// dispatcher.
 #include "BusLink.h"
 
 #include "services/dbus/BusInterface.h"
@@ -11,6 +12,7 @@
 
 #include <cstring>
 #include <future>
+#include <poll.h>
 
 namespace tessiva::detail::bus {
 ObRef<ObError> unreachableError(std::string_view why) {
@@ -103,9 +105,7 @@ void BusLink::runLoop() {
 
 void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, bool forever) {
     sendHeldAnswers();
-    loop_.post([this, member, write = std::move(write), read = std::move(read), forever]() mutable {
-        sendNow(member, write, std::move(read), forever);
-    });
+    sendNow(member, write, std::move(read), forever);
 }
 
 void BusLink::callAndWait(const char* member, ArgumentWriter write, ReplyReader read) {
@@ -119,12 +119,14 @@ void BusLink::callAndWait(const char* member, ArgumentWriter write, ReplyReader 
 
 void BusLink::send(const char* member, ArgumentWriter write) {
     sendHeldAnswers();
-    loop_.post(
-        [this, member, write = std::move(write)] { sendNow(member, write, nullptr, false); });
+    sendNow(member, write, nullptr, false);
 }
 
 void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyReader read,
                       bool forever) {
+    // On the calling thread, which saves a hand-off to the loop's; the
+    // reply comes on the loop's thread.
+    std::unique_lock held(loop_.lock());
     MessageRef message;
     int result = sd_bus_message_new_method_call(bus_.get(), message.put(), busName, objectPath,
                                                 interfaceName, member);
@@ -153,6 +155,12 @@ void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyRead
             }
         }
     }
+    // The loop looks again when the message is not all out yet, or the
+    // reply has a time-out to keep.
+    if (result >= 0 && ((sd_bus_get_events(bus_.get()) & POLLOUT) || (read && !forever)))
+        loop_.wake();
+    message.reset(); // sd-bus counts its references without atomics
+    held.unlock();
     if (!read)
         return;
     if (failure)
@@ -286,16 +294,19 @@ void BusLink::sendHeldAnswers() {
 void BusLink::answerEvent(const std::string& client, std::uint64_t serial, EventOutcome outcome,
                           const std::string& thrown, bool answered,
                           const ObRef<ObDictionary>& response, const ObRef<ObError>& error) {
-    loop_.post([this, write = [=](sd_bus_message* m) -> ObRef<ObError> {
-        sd_bus_message_append(m, "otisb", client.c_str(), serial, std::int32_t(outcome),
-                              thrown.c_str(), int(answered));
-        // An answer that cannot cross fails the evaluation with the reason.
-        if (ObRef<ObError> failure = encodingError(m, response))
-            return appendValue(m, nullptr) ? failure : appendValue(m, failure);
-        if (ObRef<ObError> failure = appendValue(m, response))
-            return failure;
-        return appendValue(m, error);
-    }] { sendNow("AnswerEvent", write, nullptr, false); });
+    sendNow(
+        "AnswerEvent",
+        [=](sd_bus_message* m) -> ObRef<ObError> {
+            sd_bus_message_append(m, "otisb", client.c_str(), serial, std::int32_t(outcome),
+                                  thrown.c_str(), int(answered));
+            // An answer that cannot cross fails the evaluation with the reason.
+            if (ObRef<ObError> failure = encodingError(m, response))
+                return appendValue(m, nullptr) ? failure : appendValue(m, failure);
+            if (ObRef<ObError> failure = appendValue(m, response))
+                return failure;
+            return appendValue(m, error);
+        },
+        nullptr, false);
 }
 
 } // namespace tessiva::detail::bus

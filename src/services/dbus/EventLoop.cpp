@@ -27,11 +27,10 @@ void EventLoop::post(std::function<void()> task) {
         std::lock_guard lock(mutex_);
         // A task posted once the loop has ended would never run, and may hold
         // whatever holds this loop: it is dropped, outside the lock.
-        if (!finished_)
+        if (!closed_)
             tasks_.push_back(std::move(task));
     }
-    const std::uint64_t one = 1;
-    (void)!write(wakeup_, &one, sizeof one);
+    wake();
 }
 
 void EventLoop::stop() {
@@ -39,17 +38,38 @@ void EventLoop::stop() {
         std::lock_guard lock(mutex_);
         stopping_ = true;
     }
+    wake();
+}
+
+void EventLoop::wake() {
     const std::uint64_t one = 1;
     (void)!write(wakeup_, &one, sizeof one);
 }
 
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
-    int result = sd_event_loop(event_.get());
+    sd_event* event = event_.get();
+    std::unique_lock held(lock_);
+    // sd_event_loop's steps, with the lock let go of while waiting only.
+    int result = 0;
+    while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
+        result = sd_event_prepare(event);
+        if (result == 0) {
+            held.unlock();
+            result = sd_event_wait(event, UINT64_MAX);
+            held.lock();
+        }
+        if (result > 0)
+            result = sd_event_dispatch(event);
+    }
+    if (result >= 0)
+        sd_event_get_exit_code(event, &result);
+    finished_ = true;
+    held.unlock();
     std::deque<std::function<void()>> left;
     {
         std::lock_guard lock(mutex_);
-        finished_ = true;
+        closed_ = true;
         left.swap(tasks_);
     }
     return result;

@@ -1,6 +1,9 @@
 // EventLoop: an sd-event loop on one thread, with a queue through which any
-// thread hands it work. sd-bus objects are not thread-safe, so every use of a
-// connection goes through its loop.
+// thread hands it work, and a lock that the loop's thread holds while it runs
+// anything and lets go of only while it waits. sd-bus objects are not
+// thread-safe: a connection on the loop is used on the loop's thread, or by
+// another thread that holds the lock, which saves that thread a hand-off.
+// The sd-event loop itself is the loop thread's alone, lock or not.
 #pragma once
 
 #include "services/dbus/SdBus.h"
@@ -33,6 +36,16 @@ public:
     void stop();
     bool onLoopThread() const noexcept { return std::this_thread::get_id() == thread_.load(); }
 
+    // Held, another thread may use the loop's sd-bus connections (never its
+    // sd-event objects). Recursive, as sd-bus callbacks run under it.
+    std::recursive_mutex& lock() noexcept { return lock_; }
+    // Whether run() has ended; asked under the lock, what the loop served
+    // may be gone once it has.
+    bool finished() const noexcept { return finished_; }
+    // Makes the loop look at its sources again: after another thread's use
+    // of a connection left a message half written or asked for a time-out.
+    void wake();
+
 private:
     static int onWakeup(sd_event_source* source, int fd, uint32_t events, void* self);
 
@@ -42,7 +55,10 @@ private:
     std::mutex mutex_;
     std::deque<std::function<void()>> tasks_;
     bool stopping_ = false;
-    bool finished_ = false;
+    // run() has returned: posts are dropped (under mutex_).
+    bool closed_ = false;
     std::atomic<std::thread::id> thread_{};
+    std::recursive_mutex lock_;
+    bool finished_ = false;
 };
 } // namespace tessiva::detail::bus
