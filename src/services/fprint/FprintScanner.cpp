@@ -314,11 +314,13 @@ public:
         const auto bus = connect(failed);
         if (!bus)
             return problemOutcome(std::move(failed));
-        ScanWatch watch;
-        if (!findFprintd(bus->get(), watch.owner, failed))
-            return problemOutcome(std::move(failed));
+        // Asking for the device first starts fprintd where the bus
+        // activates it; then it has an owner to trust.
         const auto device = defaultDevice(bus->get(), failed);
         if (!device)
+            return problemOutcome(std::move(failed));
+        ScanWatch watch;
+        if (!findFprintd(bus->get(), watch.owner, failed))
             return problemOutcome(std::move(failed));
         std::vector<SlotRef> slots;
         if (const int result = watchSignals(bus->get(), *device, watch, slots); result < 0)
