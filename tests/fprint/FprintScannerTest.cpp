@@ -121,6 +121,51 @@ private:
     BusRef bus_;
 };
 
+// The device's methods as the bus carries them to fprintd, seen by a
+// monitor: a device the client forgot to release would still be released
+// when its connection closes, so only the calls show that it does.
+class CallMonitor {
+public:
+    explicit CallMonitor(const std::string& address) {
+        BusError error;
+        if (sd_bus_new(bus_.put()) < 0 || sd_bus_set_address(bus_.get(), address.c_str()) < 0 ||
+            sd_bus_set_monitor(bus_.get(), 1) < 0 || sd_bus_set_bus_client(bus_.get(), 1) < 0 ||
+            sd_bus_start(bus_.get()) < 0 ||
+            sd_bus_call_method(
+                bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                "org.freedesktop.DBus.Monitoring", "BecomeMonitor", error.get(), nullptr, "asu", 1,
+                "type='method_call',interface='net.reactivated.Fprint.Device'", 0u) < 0)
+            throw std::runtime_error("cannot monitor the bus");
+    }
+    // The methods called, in order, up to the first call of `last`.
+    std::vector<std::string> callsUntil(const std::string& last) {
+        std::vector<std::string> calls;
+        for (const auto deadline = deadlineFromNow();;) {
+            MessageRef message;
+            const int processed = sd_bus_process(bus_.get(), message.put());
+            if (processed < 0)
+                throw std::runtime_error("the monitor's connection failed");
+            if (message && sd_bus_message_is_method_call(message.get(), nullptr, nullptr) > 0) {
+                calls.emplace_back(sd_bus_message_get_member(message.get()));
+                if (calls.back() == last)
+                    return calls;
+            }
+            if (processed > 0)
+                continue;
+            const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
+                deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                throw WaitTimedOut("a call of " + last);
+            sd_bus_wait(bus_.get(), std::uint64_t(left.count()));
+        }
+    }
+
+private:
+    BusRef bus_;
+};
+
+const std::vector<std::string> verifyCalls{"Claim", "VerifyStart", "VerifyStop", "Release"};
+
 std::vector<ScanStatus> statusesOf(const std::vector<ScanReport>& reports) {
     std::vector<ScanStatus> statuses;
     for (const auto& report : reports)
@@ -244,7 +289,9 @@ protected:
 TEST_F(FprintdTest, ReportsEveryStatusInOrderAndReleasesTheDevice) {
     enrol();
 
+    CallMonitor monitor(bus_.address());
     ScanOutcome outcome = scanWith({print});
+    EXPECT_EQ(monitor.callsUntil("Release"), verifyCalls);
     EXPECT_EQ(outcome.problem, ReaderProblem::none) << outcome.message;
     EXPECT_FALSE(outcome.stopped);
     ASSERT_EQ(statusesOf(reports_), std::vector{ScanStatus::match});
@@ -304,12 +351,14 @@ TEST_F(FprintdTest, IgnoresOtherPeersAndStopsWhenAsked) {
     EXPECT_EQ(outcome.last.status, ScanStatus::noMatch);
     EXPECT_EQ(statusesOf(reports_), std::vector{ScanStatus::noMatch});
 
+    CallMonitor monitor(bus_.address());
     scanning = startScan(user);
     awaitVerifying();
     scanning->stop().request();
     outcome = scanning->outcome();
     EXPECT_TRUE(outcome.stopped);
     EXPECT_TRUE(reports_.empty());
+    EXPECT_EQ(monitor.callsUntil("Release"), verifyCalls);
     expectReleased();
 }
 
@@ -337,3 +386,13 @@ TEST(FprintScanner, WithoutFprintdThereIsNoReader) {
 }
 } // namespace
 } // namespace tessiva::test
+
+// Names in GoogleTest's messages rather than bytes.
+namespace tessiva::detail {
+void PrintTo(ScanStatus status, std::ostream* out) {
+    *out << "ScanStatus(" << int(status) << ")";
+}
+void PrintTo(ReaderProblem problem, std::ostream* out) {
+    *out << "ReaderProblem(" << int(problem) << ")";
+}
+} // namespace tessiva::detail
