@@ -232,29 +232,41 @@ protected:
 
     // A scan by the client under test on a thread of its own; its statuses
     // are read once the outcome is. A test that fails midway stops it, so
-    // that the thread ends.
+    // that the thread ends; a scan that ignores the stop fails the test and
+    // is ended by taking fprintd away.
     class Scanning {
     public:
-        Scanning(RidgeScanner& scanner, const std::string& who, std::vector<ScanReport>& reports)
-            : outcome_(std::async(std::launch::async, [&scanner, who, &reports, this] {
+        Scanning(RidgeScanner& scanner, const std::string& who, std::vector<ScanReport>& reports,
+                 std::function<void()> endFprintd)
+            : endFprintd_(std::move(endFprintd)),
+              outcome_(std::async(std::launch::async, [&scanner, who, &reports, this] {
                   return scanner.scan(
                       who, [&reports](const ScanReport& report) { reports.push_back(report); },
                       stop_);
               })) {}
-        ~Scanning() { stop_.request(); }
+        ~Scanning() {
+            stop_.request();
+            if (outcome_.valid() &&
+                outcome_.wait_until(deadlineFromNow()) != std::future_status::ready) {
+                ADD_FAILURE() << "the scan went on after it was asked to stop";
+                endFprintd_();
+            }
+        }
         Scanning(const Scanning&) = delete;
         Scanning& operator=(const Scanning&) = delete;
         ScanStop& stop() noexcept { return stop_; }
         ScanOutcome outcome() { return await(std::move(outcome_), "the scan's outcome"); }
 
     private:
+        std::function<void()> endFprintd_;
         ScanStop stop_;
         std::future<ScanOutcome> outcome_;
     };
 
     std::unique_ptr<Scanning> startScan(const std::string& who) {
         reports_.clear();
-        return std::make_unique<Scanning>(*scanner_, who, reports_);
+        return std::make_unique<Scanning>(*scanner_, who, reports_,
+                                          [this] { fprintd_->signal(SIGKILL); });
     }
     ScanOutcome scanWith(const std::vector<std::string>& commands) {
         const auto scanning = startScan(user);
