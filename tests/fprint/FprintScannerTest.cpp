@@ -175,7 +175,10 @@ std::vector<ScanStatus> statusesOf(const std::vector<ScanReport>& reports) {
 
 class FprintdTest : public ::testing::Test {
 protected:
-    FprintdTest() {
+    // With a polkit that allows every action, or refuses every one.
+    explicit FprintdTest(bool polkitAllows = true)
+        : polkit_(polkitAllows ? std::vector<std::string>{TESSIVA_POLKIT_STAND_IN}
+                               : std::vector<std::string>{TESSIVA_POLKIT_STAND_IN, "deny"}) {
         if (polkit_.readLine() != "ready")
             throw std::runtime_error("the polkit stand-in did not start");
         const std::string state = directory_.path() + "/state";
@@ -290,7 +293,7 @@ protected:
     TemporaryDirectory directory_;
     std::string reader_ = directory_.path() + "/reader";
     SystemBus bus_;
-    ChildProcess polkit_{{TESSIVA_POLKIT_STAND_IN}};
+    ChildProcess polkit_;
     std::unique_ptr<ChildProcess> fprintd_;
     Peer peer_{bus_.address()};
     std::string device_;
@@ -379,6 +382,18 @@ TEST_F(FprintdTest, NoticesTheReaderUnpluggedMidScan) {
     const ScanOutcome outcome = scanWith({"UNPLUG"});
     EXPECT_EQ(outcome.problem, ReaderProblem::unplugged) << outcome.message;
     EXPECT_FALSE(outcome.stopped);
+}
+
+class RefusingFprintdTest : public FprintdTest {
+protected:
+    RefusingFprintdTest() : FprintdTest(false) {}
+};
+
+TEST_F(RefusingFprintdTest, SaysFprintdRefused) {
+    const ReaderState state = scanner_->state(user);
+    EXPECT_EQ(state.problem, ReaderProblem::refused) << state.message;
+    EXPECT_NE(state.message, "");
+    EXPECT_EQ(startScan(user)->outcome().problem, ReaderProblem::refused);
 }
 
 TEST(FprintScanner, WithoutFprintdThereIsNoReader) {

@@ -1,7 +1,7 @@
 // A polkit authority for fprintd's tests, on the bus DBUS_SYSTEM_BUS_ADDRESS
 // names: it allows every action to every caller, so that fprintd lets the
-// tests enrol and verify any user. Prints "ready" once it owns its name and
-// serves until it is killed.
+// tests enrol and verify any user, or, given "deny", refuses every one.
+// Prints "ready" once it owns its name and serves until it is killed.
 #include "services/dbus/SdBus.h"
 
 #include <cstdio>
@@ -11,9 +11,11 @@ namespace {
 using tessiva::detail::bus::BusRef;
 using tessiva::detail::bus::SlotRef;
 
+bool allows = true;
+
 int checkAuthorization(sd_bus_message* call, void*, sd_bus_error*) {
     // (is_authorized, is_challenge, details)
-    return sd_bus_reply_method_return(call, "(bba{ss})", 1, 0, 0);
+    return sd_bus_reply_method_return(call, "(bba{ss})", int(allows), 0, 0);
 }
 
 int registerAgent(sd_bus_message* call, void*, sd_bus_error*) {
@@ -33,7 +35,8 @@ int fail(const char* what, int result) {
 }
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    allows = !(argc > 1 && std::strcmp(argv[1], "deny") == 0);
     BusRef bus;
     SlotRef object;
     int result = sd_bus_open_system(bus.put());
