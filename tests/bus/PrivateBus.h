@@ -26,7 +26,9 @@ private:
     std::string address_;
 };
 
-// tessivad on a private bus, ready once constructed.
+#ifdef TESSIVA_DAEMON
+// tessivad on a private bus, ready once constructed; for the suites that
+// build it.
 class DaemonProcess {
 public:
     DaemonProcess(const std::string& address, std::vector<std::string> options = {},
@@ -49,5 +51,6 @@ private:
     }
     ChildProcess process_;
 };
+#endif
 
 } // namespace tessiva::test

@@ -1,0 +1,471 @@
+// fprintd's default device, over a connection of our own to the system bus.
+// A scan claims the device for the user, verifies any enrolled finger and
+// follows the device's signals, which fprintd broadcasts: only those its
+// current owner sends from the device's path count, so that no other peer
+// can report a match.
+#include "services/fprint/FprintScanner.h"
+
+#include "services/dbus/SdBus.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <poll.h>
+#include <string_view>
+#include <tessiva/object/ObMake.h>
+#include <utility>
+
+namespace tessiva::detail {
+namespace {
+using bus::BusError;
+using bus::BusRef;
+using bus::MessageRef;
+using bus::SlotRef;
+
+constexpr const char* fprintd = "net.reactivated.Fprint";
+constexpr const char* managerPath = "/net/reactivated/Fprint/Manager";
+constexpr const char* managerInterface = "net.reactivated.Fprint.Manager";
+constexpr const char* deviceInterface = "net.reactivated.Fprint.Device";
+// fprintd answers within milliseconds; one that has not in 5 s is stuck,
+// and the evaluation must not wait on it.
+constexpr std::uint64_t callTimeoutUsec = 5'000'000;
+// How often a waiter without the stop's eventfd looks at the request.
+constexpr int stopPollMs = 50;
+
+ReaderProblem problemOf(std::string_view error) {
+    if (error == "org.freedesktop.DBus.Error.ServiceUnknown" ||
+        error == "org.freedesktop.DBus.Error.NameHasNoOwner" ||
+        error == "net.reactivated.Fprint.Error.NoSuchDevice")
+        return ReaderProblem::noReader;
+    if (error == "net.reactivated.Fprint.Error.NoEnrolledPrints")
+        return ReaderProblem::notEnrolled;
+    if (error == "net.reactivated.Fprint.Error.AlreadyInUse")
+        return ReaderProblem::busy;
+    if (error == "net.reactivated.Fprint.Error.PermissionDenied" ||
+        error == "org.freedesktop.DBus.Error.AccessDenied")
+        return ReaderProblem::refused;
+    return ReaderProblem::failed;
+}
+
+const char* wordsFor(ReaderProblem problem) {
+    switch (problem) {
+    case ReaderProblem::none:
+        return "";
+    case ReaderProblem::noReader:
+        return "no fingerprint reader";
+    case ReaderProblem::notEnrolled:
+        return "no finger enrolled";
+    case ReaderProblem::busy:
+        return "the fingerprint reader is in use";
+    case ReaderProblem::unplugged:
+        return "the fingerprint reader was removed";
+    case ReaderProblem::refused:
+        return "fprintd refused";
+    case ReaderProblem::failed:
+        break;
+    }
+    return "fprintd failed";
+}
+
+// A problem and the words for it.
+struct Failure {
+    ReaderProblem problem = ReaderProblem::none;
+    std::string message;
+};
+
+Failure failure(ReaderProblem problem, const std::string& detail) {
+    return {problem, std::string(wordsFor(problem)) + ": " + detail};
+}
+
+// One method call's reply, or why there is none.
+struct Reply {
+    MessageRef message;
+    BusError error;
+    int result = 0;
+
+    bool ok() const noexcept { return result >= 0; }
+    Failure failure(const char* member) const {
+        const char* name = error.isSet() ? error.name() : nullptr;
+        std::string detail = std::string(member) + ": ";
+        if (name != nullptr)
+            detail += std::string(name) + " (" + (error.message() ? error.message() : "") + ")";
+        else
+            detail += std::strerror(-result);
+        return tessiva::detail::failure(name ? problemOf(name) : ReaderProblem::failed, detail);
+    }
+};
+
+// Calls a method of `destination`; `append` writes the arguments.
+template <class Append>
+Reply call(sd_bus* bus, const char* destination, const std::string& path, const char* interface,
+           const char* member, Append append) {
+    Reply reply;
+    MessageRef request;
+    reply.result = sd_bus_message_new_method_call(bus, request.put(), destination, path.c_str(),
+                                                  interface, member);
+    if (reply.result >= 0)
+        reply.result = append(request.get());
+    if (reply.result >= 0)
+        reply.result = sd_bus_call(bus, request.get(), callTimeoutUsec, reply.error.get(),
+                                   reply.message.put());
+    return reply;
+}
+
+Reply call(sd_bus* bus, const std::string& path, const char* interface, const char* member) {
+    return call(bus, fprintd, path, interface, member, [](sd_bus_message*) { return 0; });
+}
+
+Reply callWithString(sd_bus* bus, const std::string& path, const char* member,
+                     const std::string& argument) {
+    return call(bus, fprintd, path, deviceInterface, member, [&](sd_bus_message* request) {
+        return sd_bus_message_append(request, "s", argument.c_str());
+    });
+}
+
+Failure unreadable(const char* member, int result) {
+    return failure(ReaderProblem::failed,
+                   std::string(member) + ": unexpected reply (" + std::strerror(-result) + ")");
+}
+
+// A connection to the system bus whose every call ends by the time-out.
+std::optional<BusRef> connect(Failure& failed) {
+    BusRef bus;
+    int result = sd_bus_open_system(bus.put());
+    if (result >= 0)
+        result = sd_bus_set_method_call_timeout(bus.get(), callTimeoutUsec);
+    if (result < 0) {
+        failed = failure(ReaderProblem::noReader,
+                         std::string("cannot reach the system bus: ") + std::strerror(-result));
+        return std::nullopt;
+    }
+    return bus;
+}
+
+std::optional<std::string> defaultDevice(sd_bus* bus, Failure& failed) {
+    const Reply reply = call(bus, managerPath, managerInterface, "GetDefaultDevice");
+    if (!reply.ok()) {
+        failed = reply.failure("GetDefaultDevice");
+        return std::nullopt;
+    }
+    const char* path = nullptr;
+    if (const int result = sd_bus_message_read(reply.message.get(), "o", &path); result < 0) {
+        failed = unreadable("GetDefaultDevice", result);
+        return std::nullopt;
+    }
+    return std::string(path);
+}
+
+// Reads an "as" reply into `into`.
+int readStrings(sd_bus_message* message, std::vector<std::string>& into) {
+    int result = sd_bus_message_enter_container(message, 'a', "s");
+    const char* item = nullptr;
+    while (result >= 0 && (result = sd_bus_message_read(message, "s", &item)) > 0)
+        into.emplace_back(item);
+    return result < 0 ? result : sd_bus_message_exit_container(message);
+}
+
+bool deviceListed(sd_bus* bus, const std::string& device) {
+    const Reply reply = call(bus, managerPath, managerInterface, "GetDevices");
+    if (!reply.ok())
+        return false;
+    int result = sd_bus_message_enter_container(reply.message.get(), 'a', "o");
+    const char* path = nullptr;
+    while (result >= 0 && (result = sd_bus_message_read(reply.message.get(), "o", &path)) > 0)
+        if (device == path)
+            return true;
+    return false;
+}
+
+ScanStatus statusFromName(std::string_view name) {
+    static constexpr std::pair<std::string_view, ScanStatus> names[] = {
+        {"verify-match", ScanStatus::match},
+        {"verify-no-match", ScanStatus::noMatch},
+        {"verify-retry-scan", ScanStatus::retryScan},
+        {"verify-swipe-too-short", ScanStatus::swipeTooShort},
+        {"verify-finger-not-centered", ScanStatus::fingerNotCentered},
+        {"verify-remove-and-retry", ScanStatus::removeAndRetry},
+        {"verify-disconnected", ScanStatus::disconnected},
+        {"verify-unknown-error", ScanStatus::unknownError},
+    };
+    for (const auto& [known, status] : names)
+        if (name == known)
+            return status;
+    return ScanStatus::unknownError;
+}
+
+// What the signals of one scan have told, gathered in sd-bus's callbacks and
+// handed to the caller outside them, so that onStatus never runs inside
+// sd-bus.
+struct ScanWatch {
+    std::string owner; // fprintd's unique name when the scan began
+    std::string finger;
+    std::vector<ScanReport> reports;
+    bool done = false;
+    bool fprintdLeft = false;
+
+    bool fromFprintd(sd_bus_message* message) const {
+        const char* sender = sd_bus_message_get_sender(message);
+        return sender != nullptr && owner == sender;
+    }
+};
+
+int onFingerSelected(sd_bus_message* message, void* data, sd_bus_error*) {
+    auto& watch = *static_cast<ScanWatch*>(data);
+    const char* finger = nullptr;
+    if (watch.fromFprintd(message) && sd_bus_message_read(message, "s", &finger) >= 0)
+        watch.finger = finger;
+    return 0;
+}
+
+int onVerifyStatus(sd_bus_message* message, void* data, sd_bus_error*) {
+    auto& watch = *static_cast<ScanWatch*>(data);
+    const char* name = nullptr;
+    int done = 0;
+    if (watch.done || !watch.fromFprintd(message) ||
+        sd_bus_message_read(message, "sb", &name, &done) < 0)
+        return 0;
+    ScanReport report;
+    report.status = statusFromName(name);
+    report.done = done != 0;
+    if (report.status == ScanStatus::match)
+        report.finger = watch.finger;
+    watch.done = report.done;
+    watch.reports.push_back(std::move(report));
+    return 0;
+}
+
+int onOwnerChanged(sd_bus_message* message, void* data, sd_bus_error*) {
+    auto& watch = *static_cast<ScanWatch*>(data);
+    const char *name = nullptr, *oldOwner = nullptr, *newOwner = nullptr;
+    if (sd_bus_message_read(message, "sss", &name, &oldOwner, &newOwner) >= 0 &&
+        watch.owner != newOwner)
+        watch.fprintdLeft = true;
+    return 0;
+}
+
+// The claim on the device: verification stopped and the device released on
+// every way out of a scan.
+class Claim {
+public:
+    Claim(sd_bus* bus, std::string device) : bus_(bus), device_(std::move(device)) {}
+    ~Claim() { (void)release(); }
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+
+    void verifying() noexcept { verifying_ = true; }
+    // Stops and releases now; false when fprintd could not release it.
+    bool release() {
+        if (!claimed_)
+            return true;
+        claimed_ = false;
+        // fprintd refuses a new verification until this one is stopped, done
+        // or not; a failure here shows in the release.
+        if (std::exchange(verifying_, false))
+            (void)call(bus_, device_, deviceInterface, "VerifyStop");
+        return call(bus_, device_, deviceInterface, "Release").ok();
+    }
+
+private:
+    sd_bus* bus_;
+    std::string device_;
+    bool claimed_ = true;
+    bool verifying_ = false;
+};
+
+ScanOutcome problemOutcome(Failure failed) {
+    ScanOutcome outcome;
+    outcome.problem = failed.problem;
+    outcome.message = std::move(failed.message);
+    return outcome;
+}
+
+class FprintScanner final : public RidgeScanner {
+public:
+    ReaderState state(const std::string& user) override {
+        Failure failed;
+        const auto bus = connect(failed);
+        const auto device = bus ? defaultDevice(bus->get(), failed) : std::nullopt;
+        ReaderState state;
+        if (device) {
+            const Reply reply = callWithString(bus->get(), *device, "ListEnrolledFingers", user);
+            int result = 0;
+            if (!reply.ok())
+                failed = reply.failure("ListEnrolledFingers");
+            else if ((result = readStrings(reply.message.get(), state.fingers)) < 0)
+                failed = unreadable("ListEnrolledFingers", result);
+            else if (state.fingers.empty())
+                failed = failure(ReaderProblem::notEnrolled, "ListEnrolledFingers: none");
+        }
+        state.problem = failed.problem;
+        state.message = failed.message;
+        if (failed.problem != ReaderProblem::none)
+            state.fingers.clear();
+        return state;
+    }
+
+    ScanOutcome scan(const std::string& user,
+                     const std::function<void(const ScanReport&)>& onStatus,
+                     ScanStop& stop) override {
+        if (stop.requested())
+            return stopped();
+        Failure failed;
+        const auto bus = connect(failed);
+        if (!bus)
+            return problemOutcome(std::move(failed));
+        // Asking for the device first starts fprintd where the bus
+        // activates it; then it has an owner to trust.
+        const auto device = defaultDevice(bus->get(), failed);
+        if (!device)
+            return problemOutcome(std::move(failed));
+        ScanWatch watch;
+        if (!findFprintd(bus->get(), watch.owner, failed))
+            return problemOutcome(std::move(failed));
+        std::vector<SlotRef> slots;
+        if (const int result = watchSignals(bus->get(), *device, watch, slots); result < 0)
+            return problemOutcome(
+                failure(ReaderProblem::failed,
+                        std::string("cannot watch fprintd: ") + std::strerror(-result)));
+
+        if (Reply claimed = callWithString(bus->get(), *device, "Claim", user); !claimed.ok())
+            return problemOutcome(claimed.failure("Claim"));
+        Claim claim(bus->get(), *device);
+        if (Reply started = callWithString(bus->get(), *device, "VerifyStart", "any");
+            !started.ok())
+            return problemOutcome(started.failure("VerifyStart"));
+        claim.verifying();
+
+        ScanOutcome outcome = follow(bus->get(), watch, onStatus, stop);
+        // A device that went away mid-scan ends the attempt with an error
+        // status, or with none, and is gone once released.
+        if (!claim.release() && !outcome.stopped && !deviceListed(bus->get(), *device) &&
+            outcome.problem != ReaderProblem::unplugged) {
+            outcome.problem = ReaderProblem::unplugged;
+            outcome.message = std::string(wordsFor(outcome.problem)) + " during the scan";
+        }
+        return outcome;
+    }
+
+    const char* className() const noexcept override { return "FprintScanner"; }
+
+private:
+    static ScanOutcome stopped() {
+        ScanOutcome outcome;
+        outcome.stopped = true;
+        outcome.message = "stopped on request";
+        return outcome;
+    }
+
+    static bool findFprintd(sd_bus* bus, std::string& owner, Failure& failed) {
+        const Reply reply =
+            call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                 "GetNameOwner", [](sd_bus_message* request) {
+                     return sd_bus_message_append(request, "s", fprintd);
+                 });
+        const char* name = nullptr;
+        if (!reply.ok()) {
+            failed = reply.failure("GetNameOwner");
+            return false;
+        }
+        if (const int result = sd_bus_message_read(reply.message.get(), "s", &name); result < 0) {
+            failed = unreadable("GetNameOwner", result);
+            return false;
+        }
+        owner = name;
+        return true;
+    }
+
+    // The device's statuses from fprintd alone: the bus delivers only what
+    // the owner of fprintd's name sends, and each callback checks the sender
+    // again against the owner this scan began with.
+    static int watchSignals(sd_bus* bus, const std::string& device, ScanWatch& watch,
+                            std::vector<SlotRef>& slots) {
+        const auto add = [&](const char* sender, const char* path, const char* interface,
+                             const char* member, sd_bus_message_handler_t handler) {
+            SlotRef slot;
+            const int result = sd_bus_match_signal(bus, slot.put(), sender, path, interface, member,
+                                                   handler, &watch);
+            if (result >= 0)
+                slots.push_back(std::move(slot));
+            return result;
+        };
+        int result = add(fprintd, device.c_str(), deviceInterface, "VerifyStatus", onVerifyStatus);
+        if (result >= 0)
+            result = add(fprintd, device.c_str(), deviceInterface, "VerifyFingerSelected",
+                         onFingerSelected);
+        if (result >= 0) {
+            SlotRef slot;
+            result = sd_bus_add_match(bus, slot.put(),
+                                      "type='signal',sender='org.freedesktop.DBus',"
+                                      "path='/org/freedesktop/DBus',"
+                                      "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
+                                      "arg0='net.reactivated.Fprint'",
+                                      onOwnerChanged, &watch);
+            if (result >= 0)
+                slots.push_back(std::move(slot));
+        }
+        return result;
+    }
+
+    // Waits for the first done status, a stop request or fprintd's leaving,
+    // handing every status to onStatus as it comes.
+    ScanOutcome follow(sd_bus* bus, ScanWatch& watch,
+                       const std::function<void(const ScanReport&)>& onStatus, ScanStop& stop) {
+        ScanOutcome outcome;
+        for (std::size_t delivered = 0;;) {
+            int result = 0;
+            while ((result = sd_bus_process(bus, nullptr)) > 0) {
+            }
+            for (; delivered < watch.reports.size(); ++delivered) {
+                outcome.last = watch.reports[delivered];
+                onStatus(outcome.last);
+            }
+            if (watch.done)
+                return outcome;
+            if (watch.fprintdLeft)
+                return problemOutcome(
+                    failure(ReaderProblem::unplugged, "fprintd left the bus during the scan"));
+            if (result < 0)
+                return problemOutcome(failure(ReaderProblem::failed,
+                                              std::string("lost the system bus during the scan: ") +
+                                                  std::strerror(-result)));
+            if (stop.requested())
+                return stopped();
+
+            const int events = sd_bus_get_events(bus);
+            std::uint64_t until = UINT64_MAX;
+            if (events < 0 || (result = sd_bus_get_timeout(bus, &until)) < 0)
+                return problemOutcome(failure(ReaderProblem::failed,
+                                              std::string("cannot wait on the system bus: ") +
+                                                  std::strerror(-(events < 0 ? events : result))));
+            pollfd waits[] = {{sd_bus_get_fd(bus), short(events), 0}, {stop.fd(), POLLIN, 0}};
+            const int count = stop.fd() >= 0 ? 2 : 1;
+            int timeoutMs = -1;
+            if (until != UINT64_MAX) {
+                const std::uint64_t now = nowUsec();
+                timeoutMs = until <= now
+                                ? 0
+                                : int(std::min<std::uint64_t>((until - now + 999) / 1000, 60'000));
+            }
+            if (count == 1 && (timeoutMs < 0 || timeoutMs > stopPollMs))
+                timeoutMs = stopPollMs;
+            if (poll(waits, nfds_t(count), timeoutMs) < 0 && errno != EINTR)
+                return problemOutcome(
+                    failure(ReaderProblem::failed,
+                            std::string("cannot wait on the system bus: ") + std::strerror(errno)));
+        }
+    }
+
+    static std::uint64_t nowUsec() {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return std::uint64_t(now.tv_sec) * 1'000'000 + std::uint64_t(now.tv_nsec) / 1000;
+    }
+};
+} // namespace
+
+ObRef<RidgeScanner> makeFprintScanner() {
+    return ObMake<FprintScanner>();
+}
+} // namespace tessiva::detail
