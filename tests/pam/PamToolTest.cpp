@@ -53,6 +53,17 @@ TEST(PamTool, CtrlCAtThePromptStopsTheEvaluationAndExits130) {
     EXPECT_EQ(exitCode(running), 130);
 }
 
+// TESSIVA_SERVICE naming another backend (bus: the deployed daemon) is
+// honoured: here the simulated one, whose passcode PAM would refuse.
+TEST(PamTool, TheBackendTessivaServiceNamesAnswersInsteadOfPam) {
+    ChildProcess running({TESSIVA_TOOL, "authenticate", "--user", pamUser},
+                         {"TESSIVA_SERVICE=simulated", "TESSIVA_PASSCODE=not-alices"}, true);
+    EXPECT_TRUE(running.write("not-alices\n"));
+    running.closeInput();
+    EXPECT_THAT(running.readRest(), HasSubstr("UsedPasscode: 1\n"));
+    EXPECT_EQ(exitCode(running), 0);
+}
+
 TEST(PamTool, AnUnknownPolicyIsBadUsage) {
     ChildProcess running = tool({"authenticate", "--policy", "VRPolicyNone"});
     EXPECT_THAT(running.readErrors(), HasSubstr("tessiva: unknown policy 'VRPolicyNone'"));

@@ -11,10 +11,12 @@
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <deque>
 #include <iostream>
 #include <mutex>
 #include <pthread.h>
+#include <strings.h>
 #include <thread>
 #include <unistd.h>
 
@@ -176,6 +178,13 @@ std::string promptText(const ObRef<ObDictionary>& params, const std::string& use
     return text + ": ";
 }
 
+// PAM in this process, unless TESSIVA_SERVICE names another backend (bus:
+// the deployed tessivad), which then answers as it would for any caller.
+bool environmentNamesOtherBackend() {
+    const char* named = std::getenv("TESSIVA_SERVICE");
+    return named != nullptr && *named != '\0' && strcasecmp(named, "pam") != 0;
+}
+
 void stopEvaluation(const ObRef<VRCredentialReference>& reference) {
     reference->sendClientRequest_params_reply(
         VRClientRequestStopEvents,
@@ -194,7 +203,10 @@ void printResults(const ObRef<VRCredentialReference>& reference) {
 int runAuthenticate(Arguments arguments) {
     const Options options = readOptions(arguments);
     const ObRef<KVPAMService> service = KVPAMService::make(options.configuration);
-    const KVScopedClientBackend installed(service);
+    // Installing none leaves the library's own choice, TESSIVA_SERVICE's.
+    const KVScopedClientBackend installed(environmentNamesOtherBackend()
+                                              ? ObRef<KVClientBackend>()
+                                              : ObRef<KVClientBackend>(service));
     const std::string user = service->configuration().user;
     const InterruptWatch interrupts;
     Mailbox mailbox;
