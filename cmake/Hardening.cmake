@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The hardening of Debian's packages (dpkg-buildflags with hardening=+all),
 # for the builds that measure or show what ships: the release, demo and
 # package presets turn TESSIVA_HARDENING on, so the benchmarks run the code

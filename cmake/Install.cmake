@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installation: the two libraries, the public headers with the generated
 # export headers, a CMake package (installed, for the build tree and for a
 # build that adds Tessiva's sources), pkg-config files and the PAM service

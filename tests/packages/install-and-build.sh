@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian packages into this machine, builds the legacy caller
 # against /usr as a user would (the example's two CMake lines, then
 # pkg-config), runs it, checks that the manual pages resolve, and purges the

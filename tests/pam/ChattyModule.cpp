@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A PAM module for the PAM suites. By default it tells the user something of
 // each kind (PAM_TEXT_INFO, PAM_ERROR_MSG) and leaves the decision to the
 // next module. With the argument "nullok" it judges instead, as modules with

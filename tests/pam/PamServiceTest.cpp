@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM service in this process, against pam_matrix with the service files
 // and passwords of PamTestMain: the conformance suite, then what only PAM
 // does.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The users, passwords and PAM services that the PAM suites' main writes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM suites' main: it writes a PAM service directory and password
 // databases of its own, then runs the suites in a child process with
 // pam_wrapper preloaded, so that PAM reads only those files; so does any

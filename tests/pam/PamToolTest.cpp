@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `tessiva authenticate` end to end, as a script or a user at the keyboard
 // would run it, against the same pam_wrapper set-up as the library suites.
 #include "PamTestEnvironment.h"

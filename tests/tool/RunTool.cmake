@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs the tessiva tool once and checks its exit code and output.
 #
 #   cmake -DTOOL=<path> -DEXIT=<code> [checks] -P RunTool.cmake -- <arguments>

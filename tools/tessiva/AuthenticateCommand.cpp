@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva authenticate: a VR caller's evaluation against the PAM service,
 // asking for the password on the terminal (or standard input) for each of
 // PAM's prompts. Ctrl-C stops the evaluation with StopEvents and exits 130.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva --version: the package's version, then, in words, the level of
 // the VR interface that the library it runs with implements, read from the
 // library's own version symbols.

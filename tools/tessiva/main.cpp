@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva: runs the VR interface against Tessiva's services from the
 // command line. This file reads the command line and dispatches.
 #include "Command.h"

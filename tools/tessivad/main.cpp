@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessivad: the authentication daemon. It hosts a service and serves client
 // processes on D-Bus under org.tessiva.Authentication1.
 #include "Daemon.h"

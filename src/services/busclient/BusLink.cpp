@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every sd-bus call happens on the link's loop thread; callers' callbacks
 // run on its dispatcher.
 #include "BusLink.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EventLoop: an sd-event loop on one thread, with a queue through which any
 // thread hands it work. sd-bus objects are not thread-safe, so every use of a
 // connection goes through its loop.

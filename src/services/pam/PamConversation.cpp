@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Answering PAM's messages: responses are allocated as PAM expects (it frees
 // them), and every copy of a password that Tessiva owns is wiped.
 #include "PamConversation.h"

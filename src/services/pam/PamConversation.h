@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM conversation function: PAM's messages turned into the evaluation's
 // passcode rounds and notices.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM service's judge: one PAM transaction per evaluation, one
 // pam_authenticate per attempt, pam_acct_mgmt once the user is known.
 #include "PamConversation.h"
