@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The replaced global allocation functions and their counters. Each thread
 // counts in a slot of its own, on its own cache line, so that counting adds
 // no sharing between threads that would distort the two-thread benchmarks.

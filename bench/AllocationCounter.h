@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AllocationCounter: counts heap allocations made through the global
 // operator new, which this benchmark binary replaces, so that a benchmark can
 // report its allocations per operation beside its times.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "BrokerBus.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // dbus-broker on a socket of the benchmark's own, started the way systemd
 // starts it: systemd-socket-activate binds the socket and, at the first
 // connection, hands it to dbus-broker-launch, which runs the broker as its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One policy evaluation through tessivad against the same evaluation of the
 // simulated service in process, and the daemon's throughput with several
 // client connections at once (one per thread, each its own KVBusService: to

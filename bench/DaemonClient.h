@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the daemon benchmarks share: the processes they start (a private bus,
 // tessivad, the raw ping server) and one passcode evaluation through the
 // daemon, as a client process makes it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva_daemon_compare: one passcode evaluation through tessivad set beside
 // one raw round trip on the same private bus (Ping to tessiva_bus_ping), in
 // latency, CPU time per operation (client, bus and server together) and

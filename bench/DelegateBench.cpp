@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One user-interface event through the delegate proxy, against delivering
 // the same event to the same delegate with both dictionaries built by hand.
 #include "AllocationCounter.h"

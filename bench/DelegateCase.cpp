@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "DelegateCase.h"
 
 #include "tessiva/VRConstants.h"

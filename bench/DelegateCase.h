@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pieces of the delegate pair shared by the time and instruction
 // benchmarks: a delegate that answers at once, the service's event, and the
 // same delivery written out by hand.

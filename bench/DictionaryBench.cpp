@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Building a six-entry dictionary and reading every entry back: the object
 // library against a widely used JSON library's object type. Each side uses
 // its own idiom for literal keys: constant strings here, string literals there.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A synchronous policy evaluation through the credential reference, against
 // the same request sent to the client directly and waited for by hand. Both
 // go to one client whose replies come from one worker thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "EvaluationCase.h"
 
 #include "tessiva/VRConstants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pieces of the evaluation pair shared by the time and instruction
 // benchmarks: the service's reply, the direct call a caller would make
 // without the library, and a reference set up against the installed backend.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Evaluations from one thread and from two, through one shared reference and
 // through one reference each, with a client that replies at once on the
 // calling thread: the throughput the library leaves to a second thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Translating a typical hints dictionary, against building the same options
 // directly, and the translation's throughput on one thread and on two.
 #include "AllocationCounter.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each single-name translation, against a lookup of the same text in a
 // standard hash map of the same rows; and a constant's retain and release.
 #include "AllocationCounter.h"

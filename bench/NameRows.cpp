@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "NameRows.h"
 
 namespace tessiva::bench {

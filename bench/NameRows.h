@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The distinct texts of each name table with their numbers: the rows of the
 // standard hash maps that the name translations are measured against.
 #pragma once

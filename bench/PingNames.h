@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The raw ping server's names, and the one way both its ends open a
 // connection to the bus.
 #pragma once

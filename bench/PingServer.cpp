@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva_bus_ping: the daemon benchmark's raw baseline. One method on the
 // bus, Ping(x) -> x, answered by plain sd-bus on one thread, so that a round
 // trip through the bus can be set beside one through tessivad.

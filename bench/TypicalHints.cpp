@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "TypicalHints.h"
 
 #include "tessiva/VRConstants.h"

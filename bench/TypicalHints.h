@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The typical hints of an evaluation, and the options dictionary a caller
 // talking to the service directly would build by hand for the same request.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WorkerService.h"
 
 #include "tessiva/object/ObDictionary.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // WorkerService: a minimal service backend whose clients answer policy
 // evaluations from one dedicated worker thread, as the real service answers
 // from its own threads, or at once. It does no work of its own, so that what a benchmark

@@ -1,8 +1,10 @@
+# SPDX-License-Identifier: MIT
 # Installation: the two libraries, the public headers with the generated
 # export headers, a CMake package (installed, for the build tree and for a
 # build that adds Tessiva's sources), pkg-config files and the PAM service
-# file. Each rule names its package component (cmake/Packaging.cmake lists
-# them).
+# file. Each rule names a component (Runtime, Development, Tools), so that
+# `cmake --install --component` installs a part; debian/*.install split the
+# Debian packages.
 include(CMakePackageConfigHelpers)
 include(cmake/PkgConfigPaths.cmake)
 
@@ -72,12 +74,10 @@ endforeach()
 
 # The PAM service the PAM backend uses by default, under the prefix's
 # etc/pam.d; an administrator copies or links it into /etc/pam.d to enable it
-# (PAM reads no other directory).
-# In a /usr install (the Debian packages) it goes to /etc/pam.d itself, as a
-# conffile of the tools package.
+# (PAM reads no other directory). In a /usr install (the Debian packages) it
+# goes to /etc/pam.d itself, a conffile of the tessivad package.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(pam_directory ${CMAKE_INSTALL_FULL_SYSCONFDIR}/pam.d)
-    set_property(GLOBAL APPEND PROPERTY TESSIVA_CONFFILES_Tools ${pam_directory}/tessiva)
 else()
     set(pam_directory ${CMAKE_INSTALL_SYSCONFDIR}/pam.d)
 endif()

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Paths for pkg-config files that hold whether CMAKE_INSTALL_<dir> is
 # relative to the prefix (the usual case) or absolute.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The sanitizer a build runs under, chosen by TESSIVA_SANITIZE:
 #   ""        none (the memcheck tests need this: valgrind and a sanitizer
 #             runtime do not mix)

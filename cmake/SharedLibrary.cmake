@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What every Tessiva shared library shares: the version and soname, symbols
 # hidden unless the export macro marks them, a version script that keeps
 # everything else local, and a generated export header.

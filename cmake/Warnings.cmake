@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Strict warnings for the project's own targets only; callers are unaffected.
 # -Wnull-dereference is left out: at -O3 g++ reports paths its own inlining
 # invents (in GoogleTest and std::function), not faults in the code.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events of any number with parameters of any shape through the delegate
 // proxy, and answers of any shape back through its reply.
 #include "FuzzCheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Errors of any domain, code and user info through the error translation, and
 // errors the library makes with any code and message.
 #include "FuzzCheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Formats of any text with arguments of every kind, and the text forms and
 // equality of arbitrary object graphs, against a plain reading of the rules.
 #include "FuzzCheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the harnesses share: a failed invariant stops the run with a message,
 // and the texts the library's errors can carry.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hints dictionaries of any shape, through the hints translation and the two
 // structured-hint conversions it uses.
 #include "FuzzCheck.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObjectGraphDecoder: turns a fuzzer's bytes into values of the object library,
 // so that every harness reaches Tessiva with graphs no caller test thought of:
 // wrong types, equal but distinct strings, callers' own subclasses, deep

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every measured pair: the four name translations given the library's
 // constant, a caller's string and a caller's own constant, against a
 // string_view map of the same rows; an evaluation whose client replies at

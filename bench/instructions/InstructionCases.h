@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The cases that bench/instructions.py measures, each side of each pair by
 // its own name ("<pair>/ours", "<pair>/baseline").
 #pragma once

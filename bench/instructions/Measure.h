@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Measure: runs one operation a given number of times with callgrind's
 // collection switched on around the loop and nothing else, after one
 // warm-up call outside it, and counts the loop's heap allocations.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva_instructions: one side of one measured pair, run under callgrind by
 // bench/instructions.py.
 //

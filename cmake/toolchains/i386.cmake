@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # 32-bit x86 with the host's own compilers and -m32 (g++-multilib). Not a
 # cross build: the machine runs what it builds, so tests run as usual.
 set(CMAKE_C_FLAGS_INIT -m32)

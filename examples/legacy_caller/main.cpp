@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A caller written against the VR interface alone: it sets up a credential
 // reference with its own user-interface delegate, evaluates a policy with
 // hints, answering the passcode prompt, and reads a result by tag. Without

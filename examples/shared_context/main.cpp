@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two processes, one authentication context, through the daemon tessivad.
 // The first sets up a credential reference, authenticates through its
 // delegate and prints the credential handle; the second restores the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DelegateProxy: the service's user-interface delegate that forwards each
 // event, renamed into the VR vocabulary, to a caller's VRUIDelegate and carries
 // the caller's answer back in the service's numbers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVLegacyHelper: the translations between the VR vocabulary and the
 // service's numbers, and the VR error model. Class operations only.
 //

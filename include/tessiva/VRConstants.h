@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported VR vocabulary: every name of the VR interface as a constant
 // string object. Callers pass these; the translation tables are keyed by the
 // same texts, compared by value, so a caller's own equal string works too.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VRCredentialReference: a caller's handle on an authentication context held
 // by the service, reached through a KVClient once set up.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The free policy functions of the VR interface.
 //
 // This build runs on a simulated device without authentication hardware:

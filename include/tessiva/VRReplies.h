@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reply callback shapes of the VR interface.
 #pragma once
 

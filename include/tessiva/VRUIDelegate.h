@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VRUIDelegate: the user-interface delegate a VR caller implements.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Access-control-list evaluation: forwarded with translated hints; unlike a
 // policy evaluation it keeps nothing and does not hold the reference.
 #include "credential/ReferenceLog.h"

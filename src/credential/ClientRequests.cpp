@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Client requests: a caller pushing a password or an event failure into a
 // running evaluation.
 #include "credential/ReferenceLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Set-up of a credential reference: asking the service for a client, in the
 // asynchronous forms and the synchronous ones built on them.
 #include "credential/ReferenceLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Policy evaluation: the caller's hints and policy in the service's numbers,
 // plus the one option the library adds itself, and the result kept for
 // results by tag.

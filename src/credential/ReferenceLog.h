@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Log lines of the credential reference's operations and of their replies.
 #pragma once
 

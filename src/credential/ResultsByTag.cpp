@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Results by tag: one entry of the last policy evaluation's result, read by
 // its VR result tag.
 #include "credential/ReferenceLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The synchronous form of an asynchronous operation: start it, then wait,
 // without time-out, until its reply has run.
 #pragma once

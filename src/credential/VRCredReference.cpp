@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VRCredReference: the older name of the credential reference.
 #include "tessiva/VRCredentialReference.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VRCredentialReference: construction, properties and invalidation.
 #include "tessiva/VRCredentialReference.h"
 

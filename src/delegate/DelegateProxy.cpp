@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DelegateProxy: renames events and parameters on the way to the caller's
 // delegate, and response keys on the way back.
 #include "tessiva/DelegateProxy.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "logging/CallLog.h"
 
 #include "tessiva/brindle/KVLogger.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's one logging convention for operations and their replies.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "standalone/CanEvaluatePolicyFilter.h"
 
 namespace tessiva::detail {

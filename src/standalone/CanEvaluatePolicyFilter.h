@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The decision inside VRCanEvaluatePolicyWithReply's reply, kept apart so that
 // it can be checked with errors this build never produces.
 #pragma once

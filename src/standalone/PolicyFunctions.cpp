@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The free policy functions. This build has no authentication hardware, so
 // they fail with one fixed error; VRCanEvaluatePolicyWithReply still goes
 // through VREvaluatePolicy and its filter, as it does where hardware exists.

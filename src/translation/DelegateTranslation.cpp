@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The user-interface delegate translation: a caller's delegate behind a proxy.
 #include "tessiva/DelegateProxy.h"
 #include "tessiva/KVLegacyHelper.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The error slot that the hint translations share between their steps, and
 // the way it leaves an operation that reports failure through an out-parameter.
 #pragma once

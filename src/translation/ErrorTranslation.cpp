@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The VR error model: errors the library makes, and service errors renumbered.
 #include "tessiva/KVLegacyHelper.h"
 #include "tessiva/VRConstants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two structured event hints, turned into the service's event-processing
 // dictionary: per-event parameters keyed by event number, or a filter keyed by
 // the caller's own event names.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hints dictionaries: VR hint names and values turned into the service's
 // options dictionary, keyed by option number.
 #include "tessiva/KVLegacyHelper.h"

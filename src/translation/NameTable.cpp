@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Building the name tables' slot arrays, and the error for a name they do
 // not hold.
 #include "translation/NameTable.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // NameTable: a process-wide table from VR names to service numbers, built on
 // first use under its own guard and only read afterwards.
 #pragma once

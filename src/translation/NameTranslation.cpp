@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The four single-name translations and their tables, rows in build order.
 #include "translation/NameTranslation.h"
 

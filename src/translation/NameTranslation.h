@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The option table's plain lookup, for translations that test a hint
 // against it and handle a miss themselves.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "translation/OptionKeys.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Immortal boxed numbers for the keys of the dictionaries sent to the service
 // (options, event numbers, processing parameters), so that building one
 // allocates no key and writes no shared reference count.

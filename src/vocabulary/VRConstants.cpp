@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Definitions of the exported VR vocabulary.
 #include "tessiva/VRConstants.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The version symbols a caller or the `what` tool reads from the library.
 #include "tessiva/VRVersion.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exceptions thrown inside the shared libraries, caught by type in this
 // executable: the type information of the exception classes must be one
 // across the boundary, hidden visibility and version scripts notwithstanding.

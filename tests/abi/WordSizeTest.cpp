@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The integers of the interface are the machine's word: 32 bits in the i386
 // build, 64 in the x86-64 one, and the libraries agree with their callers.
 #include "tessiva/KVLegacyHelper.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A hostile peer of the daemon: a bare connection to the bus at
 // DBUS_SYSTEM_BUS_ADDRESS that sends what no Tessiva client would. It reports
 // on standard output, one line a step:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A second client process for the daemon's tests. It reaches the daemon on
 // the session bus (the system bus with TESSIVA_BUS=system) and reports on
 // standard output, one line a step:

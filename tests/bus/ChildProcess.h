@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A child process of the test's, for the daemon's suites and the tool's: its
 // standard output read line by line, and, when piped, its input written and
 // its errors read. Every read ends by the test's deadline.

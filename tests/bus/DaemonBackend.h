@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessivad on a private bus of its own as a backend of the conformance
 // suite, started on first use with the options and environment given.
 #pragma once

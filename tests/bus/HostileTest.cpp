@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The daemon among hostile peers: tessivad as root on a private bus with a
 // system bus's policy and the daemon's own, a victim and an attacker under
 // two other users. Each test is one attack, and asserts what the victim, the

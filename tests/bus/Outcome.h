@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A context's handle as hex digits for a command line, and back, as the bus
 // tests and their peer process pass it.
 #pragma once

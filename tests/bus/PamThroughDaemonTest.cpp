@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessivad hosting PAM, run under pam_wrapper with the services and password
 // databases of the PAM suites' main: the conformance suite, and callers of
 // another user.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Processes for the daemon's tests: a private dbus-daemon started with
 // private-bus.conf, and tessivad on it. Nothing reaches the machine's buses.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The daemon hosting the simulated service: the conformance suite, then the
 // daemon among processes: a handle restored in another process and refused
 // to another user, a client killed mid-evaluation, the daemon stopped and

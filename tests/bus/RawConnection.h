@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A connection of the test's own to a private bus, for what the client
 // backend never sends: calls to the daemon with arguments of the test's
 // choosing, and the daemon's figures.

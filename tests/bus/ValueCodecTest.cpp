@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bus encoding of object values: every kind comes back exactly, and what
 // it cannot carry, or a peer's malformed value, is refused with its reason.
 #include "services/dbus/ValueCodec.h"

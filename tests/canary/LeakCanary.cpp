@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Leaks on purpose. The leak checks run it and expect to catch the leak, so a
 // check that quietly stopped working fails instead of passing everything.
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Races on purpose. The ThreadSanitizer run expects to catch the race, so a
 // race check that quietly stopped working fails instead of passing everything.
 #include <thread>

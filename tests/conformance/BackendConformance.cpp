@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The conformance suite's tests: contexts and handles, the ACL rule, and
 // policy evaluations on the service's threads.
 #include "BackendConformance.h"

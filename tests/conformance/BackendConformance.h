@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every KVClient backend does alike, as one suite that each backend's
 // executable instantiates with a Backend of its own: the simulated and the
 // PAM service in process, and tessivad hosting either. What differs between

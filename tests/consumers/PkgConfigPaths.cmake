@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The libdir and includedir lines of the pkg-config files, for relative and
 # absolute install directories: cmake -P PkgConfigPaths.cmake
 include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/PkgConfigPaths.cmake)

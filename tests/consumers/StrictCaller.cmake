@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Included into the legacy caller's project by the consumer builds
 # (CMAKE_PROJECT_LegacyCaller_INCLUDE): a strict caller's warnings, with
 # Tessiva's headers treated as the caller's own, so that they must compile

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the legacy caller with nothing but a compiler and pkg-config
 # against an installed prefix, then runs it.
 #

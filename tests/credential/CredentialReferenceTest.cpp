@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The credential reference against the fake service: what reaches the
 // service, what the reference keeps, what the caller receives, and the log
 // and trace lines it writes, bounded for hostile hints and with secrets

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shared by the suites that drive a credential reference: a fixture with a
 // fake service installed, and the small helpers their checks use.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Alone in its executable: option 1009 reflects a class look-up made once per
 // process, and here the class is registered before the first policy
 // evaluation.

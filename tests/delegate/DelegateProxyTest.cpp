@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The proxy between the service's numbered events and a caller's VR delegate.
 #include "tessiva/DelegateProxy.h"
 

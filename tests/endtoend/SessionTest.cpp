@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A whole session through the VR interface against the simulated service, on
 // the service's own threads.
 #include "credential/ReferenceTesting.h"

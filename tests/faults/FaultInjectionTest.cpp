@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Service faults injected through the fake service: every error code on
 // every reply path, in both reply modes, and replies that come twice.
 #include "credential/ReferenceTesting.h"

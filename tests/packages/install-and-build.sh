@@ -1,15 +1,17 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian packages into this machine, builds the legacy caller
 # against /usr as a user would (the example's two CMake lines, then
-# pkg-config), runs it, and removes the packages again, leaving the machine
-# as it found it. Needs root (or sudo) for dpkg.
+# pkg-config), runs it, checks that the manual pages resolve, and purges the
+# packages again, checking that no file they installed is left. Needs root
+# (or sudo) for dpkg; installing must not fail without systemd as PID 1.
 #
 #   install-and-build.sh PACKAGE_DIR
 set -euo pipefail
 package_dir=$(realpath "$1")
 source_dir=$(realpath "$(dirname "$0")/../..")
 # Dependants first, so that each removal leaves the others consistent.
-packages=(tessiva-tools tessiva-dev libtessiva1)
+packages=(tessivad tessiva libtessiva-dev libtessiva1)
 
 sudo_cmd=()
 [[ $(id -u) -eq 0 ]] || sudo_cmd=(sudo)
@@ -40,20 +42,18 @@ for package in "${packages[@]}"; do
     deb=("$package_dir/${package}"_*.deb)
     [[ -f ${deb[0]} ]] || fail "no ${package}_*.deb in $package_dir"
     debs+=("${deb[0]}")
-    # The C library's ldconfig trigger updates the linker cache; no package
-    # brings scripts of its own.
-    scripts=$(dpkg-deb --ctrl-tarfile "${deb[0]}" | tar -t | grep -Ev '^\./(|control|md5sums|shlibs|triggers|conffiles)$' || true)
-    [[ -z $scripts ]] || fail "${package} has maintainer scripts: $scripts"
 done
 
 "${sudo_cmd[@]}" dpkg -i "${debs[@]}" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log" >&2; fail "dpkg -i failed"; }
 echo "packages: installed ${packages[*]}"
+# What the packages put on the machine, to look for after the purge.
+dpkg-query -L "${packages[@]}" | sort -u >"$work/installed"
 
 # Whole listings, not grep -q: an early exit would fail the pipe.
 in_linker_cache() { ldconfig -p | grep "$1" >/dev/null; }
 in_linker_cache 'libTessiva\.so\.1 ' || fail "libTessiva.so.1 is not in the linker cache"
 version=$(/usr/bin/tessiva --version)
-[[ $version == "tessiva $(dpkg-query -W -f='${Version}' tessiva-tools | cut -d- -f1)"$'\n'* ]] ||
+[[ $version == "tessiva $(dpkg-query -W -f='${Version}' tessiva | cut -d- -f1)"* ]] ||
     fail "tessiva --version does not match the package's version: $version"
 
 # The example's output, up to its last line, with the service's default passcode.
@@ -78,9 +78,20 @@ g++ -std=c++20 "$source_dir/examples/legacy_caller/main.cpp" "${flags[@]}" -o "$
 expect_session "$work/pkg_config_caller"
 echo "packages: built and ran the legacy caller with pkg-config"
 
+for page in tessiva.1 tessivad.8; do
+    man -w "${page%.*}" >/dev/null 2>&1 || fail "man -w ${page%.*} finds no page"
+    [[ $(man -w "${page%.*}") == /usr/share/man/man${page##*.}/$page.gz ]] ||
+        fail "man -w ${page%.*} finds $(man -w "${page%.*}")"
+done
+echo "packages: man tessiva and man tessivad resolve"
+
 purge
 for package in "${packages[@]}"; do
     if is_present "$package"; then fail "$package is still present after dpkg --purge"; fi
 done
 ! in_linker_cache libTessiva || fail "the linker cache still holds libTessiva"
-echo "packages: removed"
+# Directories may be shared with other packages; files may not stay.
+while read -r path; do
+    [[ -d $path ]] || [[ ! -e $path && ! -L $path ]] || fail "$path is left after the purge"
+done <"$work/installed"
+echo "packages: purged, nothing left"

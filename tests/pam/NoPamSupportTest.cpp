@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A build without PAM support keeps the PAM service's API, which refuses.
 #include "credential/ReferenceTesting.h"
 #include "tessiva/kavelin/KVPAMService.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM service in this process, against pam_matrix with the service files
 // and passwords of PamTestMain: the conformance suite, then what only PAM
 // does.
@@ -85,6 +86,12 @@ TEST(PamService, WhatPamRefusesFailsWithItsOwnCode) {
          pamPassword,
          "error -1002: PAM does not let the user 'dora' in with the service 'tessiva-test': "
          "Permission denied."},
+        // What the account module says after the last prompt ends the description.
+        {{pamExpiredService, pamUser, ""},
+         pamPassword,
+         "error -1002: PAM does not let the user 'alice' in with the service "
+         "'tessiva-test-expired': User account has expired. Your account has expired; please "
+         "contact your system administrator."},
         {{"no-such-service", pamUser, ""},
          pamPassword,
          "error -1000: PAM could not start the service 'no-such-service': Critical error - "

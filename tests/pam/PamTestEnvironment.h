@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The users, passwords and PAM services that the PAM suites' main writes.
 #pragma once
 
@@ -7,6 +8,8 @@ inline constexpr const char* pamVerboseService = "tessiva-test-verbose";
 inline constexpr const char* pamEchoService = "tessiva-test-echo";
 // Judged by a module that would let an empty password in.
 inline constexpr const char* pamNullTokenService = "tessiva-test-nulltoken";
+// Takes the right password, then says the account has expired.
+inline constexpr const char* pamExpiredService = "tessiva-test-expired";
 inline constexpr const char* pamUser = "alice";
 inline constexpr const char* pamPassword = "correct horse";
 inline constexpr const char* pamOtherUser = "bob";

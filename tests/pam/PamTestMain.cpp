@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM suites' main: it writes a PAM service directory and password
 // databases of its own, then runs the suites in a child process with
 // pam_wrapper preloaded, so that PAM reads only those files; so does any
@@ -31,13 +32,18 @@ std::string userName(uid_t uid) {
 
 // One service per case the suites need: the plain one, one with a module
 // that talks first (PAM_TEXT_INFO / PAM_ERROR_MSG), one that asks with echo on,
-// and one whose module would let an empty password in.
+// one whose module would let an empty password in, and one whose account
+// check finds the account expired.
 void writeServices(const fs::path& directory) {
     const std::string module = TESSIVA_PAM_MATRIX_MODULE;
     const std::string chattyModule = TESSIVA_PAM_CHATTY_MODULE;
     writeFile(directory / pamNullTokenService,
               "auth required " + chattyModule + " nullok\naccount required " + module +
                   " passdb=" + (directory / (std::string(pamService) + ".passdb")).string() + "\n");
+    writeFile(directory / pamExpiredService,
+              "auth required " + module +
+                  " passdb=" + (directory / (std::string(pamService) + ".passdb")).string() +
+                  "\naccount required " + chattyModule + " expired\n");
     for (const char* service : {pamService, pamVerboseService, pamEchoService}) {
         const fs::path passdb = directory / (std::string(service) + ".passdb");
         writeFile(passdb, std::string(pamUser) + ":" + pamPassword + ":" + service + "\n" +

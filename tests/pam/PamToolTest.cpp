@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // `tessiva authenticate` end to end, as a script or a user at the keyboard
 // would run it, against the same pam_wrapper set-up as the library suites.
 #include "PamTestEnvironment.h"
@@ -51,6 +52,17 @@ TEST(PamTool, CtrlCAtThePromptStopsTheEvaluationAndExits130) {
     // The input stays open: only the interruption can end the prompt.
     EXPECT_THAT(running.readErrors(), HasSubstr("tessiva: interrupted\n"));
     EXPECT_EQ(exitCode(running), 130);
+}
+
+// TESSIVA_SERVICE naming another backend (bus: the deployed daemon) is
+// honoured: here the simulated one, whose passcode PAM would refuse.
+TEST(PamTool, TheBackendTessivaServiceNamesAnswersInsteadOfPam) {
+    ChildProcess running({TESSIVA_TOOL, "authenticate", "--user", pamUser},
+                         {"TESSIVA_SERVICE=simulated", "TESSIVA_PASSCODE=not-alices"}, true);
+    EXPECT_TRUE(running.write("not-alices\n"));
+    running.closeInput();
+    EXPECT_THAT(running.readRest(), HasSubstr("UsedPasscode: 1\n"));
+    EXPECT_EQ(exitCode(running), 0);
 }
 
 TEST(PamTool, AnUnknownPolicyIsBadUsage) {

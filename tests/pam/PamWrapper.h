@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What runs a process under pam_wrapper, so that PAM reads only the services
 // of one directory: the variables to give it. Writes the leak suppressions
 // into the directory too.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keyed hashing: SipHash against its published values, and dictionaries
 // whose keys' public hashes collide.
 #include "platform/PlatformTestSupport.h"

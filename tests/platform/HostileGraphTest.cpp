@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Object graphs a hostile caller may build: containers that hold themselves,
 // nesting a million levels deep, and containers as dictionary keys.
 #include "platform/PlatformTestSupport.h"

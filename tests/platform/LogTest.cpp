@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log and trace sinks and their environment switches. The other OS
 // services are proved where the library uses them: one-time initialisation by
 // the first-use stress suite, semaphores and atomic fields by the synchronous

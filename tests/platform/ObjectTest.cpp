@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The object library: equality, kind-of tests, containers, text forms and
 // the storage of constants.
 #include "platform/PlatformTestSupport.h"

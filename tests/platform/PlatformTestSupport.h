@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Short ways to make objects, and a caller's own string class, for the
 // platform suites and the suites built on them.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reference counts shared between threads: ordinary objects and constants.
 #include "platform/PlatformTestSupport.h"
 #include "support/RunTogether.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a daemon builds on to serve many users: the pool that shares threads
 // among them in turn, and the guard that limits one user's guessing.
 #include "services/core/AttemptGuard.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A process started without a service (TESSIVA_SERVICE=none).
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObFormat.h"

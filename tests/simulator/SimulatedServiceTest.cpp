@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated service in this process: the conformance suite, and what only
 // this service has, its passcode setting.
 #include "conformance/BackendConformance.h"

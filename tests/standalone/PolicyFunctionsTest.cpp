@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The free policy functions: their one error, the -1002 filter, their log lines.
 #include "standalone/CanEvaluatePolicyFilter.h"
 #include "support/TestSupport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The first use of every process-wide table, raced by several threads. Alone
 // in its executable, so that no table is built before the threads start.
 #include "credential/ReferenceTesting.h"

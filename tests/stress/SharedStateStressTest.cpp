@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // State that many threads share, bounded by counts: credential references
 // evaluating for many threads while their replies replace what others read,
 // and a semaphore's short life.

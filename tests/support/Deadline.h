@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every wait in a test ends by a deadline of its own, so that a fault shows
 // as a failure naming what was awaited, never as a hang until ctest's
 // time-out. A wait that runs out throws WaitTimedOut, which GoogleTest

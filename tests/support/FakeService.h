@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FakeService: a stand-in for the authentication service. It records every
 // request that reaches it or its clients and answers as the test says: at
 // once or from a thread of its own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RecordingUIDelegate: a VR user-interface delegate that keeps every event,
 // with its reply, for the test to inspect and answer, from any thread.
 #pragma once

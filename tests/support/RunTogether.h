@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads released together: the start of every concurrency test.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers shared by every suite: a list threads append to, and capturing sinks
 // for the system and trace logs.
 #pragma once

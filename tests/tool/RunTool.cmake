@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs the tessiva tool once and checks its exit code and output.
 #
 #   cmake -DTOOL=<path> -DEXIT=<code> [checks] -P RunTool.cmake -- <arguments>
@@ -7,7 +8,8 @@
 #   -D<OUT|ERR>_FILE=<path>   the whole stream is the file's contents
 #   -D<OUT|ERR>_MATCHES=<re>  the stream matches the regular expression
 #   -DOUT_ROWS=<n> -DOUT_ROW_PREFIX=<p>  n lines of standard output start with p
-# -DIN_FILE=<path> gives the file as standard input.
+# -DIN_FILE=<path> gives the file as standard input; -DOUT_TO=<path> sends
+# standard output there (/dev/full: a full disk) instead of checking it.
 # An unchecked stream must be empty. Before comparing, hexadecimal addresses
 # become 0xADDRESS and bytes in angle brackets <BYTES>: they change every run;
 # with -DREPLACE=<text> -DREPLACE_WITH=<text>, that text is replaced too.
@@ -33,8 +35,12 @@ endif()
 if(NOT DEFINED DEADLINE)
     set(DEADLINE 30)
 endif()
+set(output OUTPUT_VARIABLE OUT_actual)
+if(DEFINED OUT_TO)
+    set(output OUTPUT_FILE "${OUT_TO}")
+endif()
 execute_process(COMMAND "${TOOL}" ${arguments} ${input} TIMEOUT ${DEADLINE}
-    RESULT_VARIABLE exitCode OUTPUT_VARIABLE OUT_actual ERROR_VARIABLE ERR_actual)
+    RESULT_VARIABLE exitCode ${output} ERROR_VARIABLE ERR_actual)
 if(exitCode MATCHES "timeout")
     message(FATAL_ERROR "the tool did not finish within ${DEADLINE} s\n"
                         "standard output so far:\n${OUT_actual}")

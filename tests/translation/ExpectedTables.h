@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the name tables and the error table must give, shared by the suites
 // that check them in a warm and in a fresh process.
 #pragma once

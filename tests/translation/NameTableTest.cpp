@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The name tables: every text found whatever object carries it, in a table
 // that gives each text its own slot and in one forced to probe; and the text
 // comparison that confirms a slot.

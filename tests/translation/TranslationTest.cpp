@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The translations into the service's vocabulary: names to numbers, hints
 // dictionaries to options, and service errors back into VR errors.
 #include "translation/ExpectedTables.h"

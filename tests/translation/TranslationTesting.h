@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Values and checks shared by the translation suites.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exported constants and version symbols: texts, shared objects, constness.
 #include "tessiva/VRConstants.h"
 #include "tessiva/VRVersion.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva authenticate: a VR caller's evaluation against the PAM service,
 // asking for the password on the terminal (or standard input) for each of
 // PAM's prompts. Ctrl-C stops the evaluation with StopEvents and exits 130.
@@ -11,10 +12,12 @@
 #include <atomic>
 #include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <deque>
 #include <iostream>
 #include <mutex>
 #include <pthread.h>
+#include <strings.h>
 #include <thread>
 #include <unistd.h>
 
@@ -176,6 +179,13 @@ std::string promptText(const ObRef<ObDictionary>& params, const std::string& use
     return text + ": ";
 }
 
+// PAM in this process, unless TESSIVA_SERVICE names another backend (bus:
+// the deployed tessivad), which then answers as it would for any caller.
+bool environmentNamesOtherBackend() {
+    const char* named = std::getenv("TESSIVA_SERVICE");
+    return named != nullptr && *named != '\0' && strcasecmp(named, "pam") != 0;
+}
+
 void stopEvaluation(const ObRef<VRCredentialReference>& reference) {
     reference->sendClientRequest_params_reply(
         VRClientRequestStopEvents,
@@ -194,7 +204,10 @@ void printResults(const ObRef<VRCredentialReference>& reference) {
 int runAuthenticate(Arguments arguments) {
     const Options options = readOptions(arguments);
     const ObRef<KVPAMService> service = KVPAMService::make(options.configuration);
-    const KVScopedClientBackend installed(service);
+    // Installing none leaves the library's own choice, TESSIVA_SERVICE's.
+    const KVScopedClientBackend installed(environmentNamesOtherBackend()
+                                              ? ObRef<KVClientBackend>()
+                                              : ObRef<KVClientBackend>(service));
     const std::string user = service->configuration().user;
     const InterruptWatch interrupts;
     Mailbox mailbox;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The subcommands of the tessiva tool, their exit codes and their usage errors.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva demo: a VR caller's whole session against the simulated service,
 // printed step by step, with the library's log lines on standard error.
 #include "Command.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The demo's main loop and its user-interface delegate.
 #include "DemoSession.h"
 

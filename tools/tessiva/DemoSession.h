@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The demo's main thread and the caller's user-interface delegate.
 //
 // The service raises events and replies on threads of its own. Like a real

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva error CODE [MESSAGE]: the VR error a service error becomes.
 #include "Command.h"
 #include "Escaped.h"

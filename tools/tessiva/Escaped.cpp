@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Escaping of control characters in what the tool prints.
 #include "Escaped.h"
 

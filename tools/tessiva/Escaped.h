@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text the tool echoes back, made safe for a terminal.
 #pragma once
 

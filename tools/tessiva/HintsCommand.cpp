@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva hints JSON|-|@FILE: a hints dictionary translated into service options.
 #include "Command.h"
 #include "Escaped.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // JSON text to objects, through nlohmann::json.
 #include "JsonConversion.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // JSON text to objects of the object library.
 #pragma once
 

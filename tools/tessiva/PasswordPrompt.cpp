@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading a password byte by byte, so that each prompt takes exactly one
 // line of a script's input, and waiting on the interrupt pipe alongside.
 #include "PasswordPrompt.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PasswordPrompt: reads one password line from standard input, with the
 // terminal's echo off when it is a terminal, until a line, end of input or
 // an interruption.

@@ -1,5 +1,7 @@
-// tessiva --version: the tool's version, then the version of the library it
-// runs with, read from the library's own version symbols.
+// SPDX-License-Identifier: MIT
+// tessiva --version: the package's version, then, in words, the level of
+// the VR interface that the library it runs with implements, read from the
+// library's own version symbols.
 #include "Command.h"
 #include "tessiva/VRVersion.h"
 
@@ -25,7 +27,10 @@ std::string_view projectVersion() {
 int runVersion(Arguments arguments) {
     expectArgumentCount(arguments, 0, 0, "--version");
     std::cout << "tessiva " << TESSIVA_TOOL_VERSION << '\n'
-              << "libTessiva " << TessivaVersionNumber << " (" << projectVersion() << ")\n";
+              << "VR interface level " << TessivaVersionNumber
+              << " (the version libTessiva reports to callers: " << projectVersion() << ")\n"
+              << "Copyright (C) 2026 The Tessiva developers\n"
+              << "License MIT: <https://opensource.org/licenses/MIT>\n";
     return exitSuccess;
 }
 

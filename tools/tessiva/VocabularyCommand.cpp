@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tessiva vocabulary: every exported constant, its value and its alias.
 #include "Command.h"
 #include "tessiva/VRConstants.h"

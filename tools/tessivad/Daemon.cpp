@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The daemon's methods: checks who calls and with what, then relays to the
 // hosted service's clients; replies that come later go out from the loop.
 #include "Daemon.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Daemon: the org.tessiva.Authentication1 object. It relays each method to
 // the hosted service's clients, owns the bookkeeping of who may use what,
 // and answers bad peers with D-Bus errors. Everything here runs on the

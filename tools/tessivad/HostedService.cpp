@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one place where a service name becomes the backends for the callers.
 #include "HostedService.h"
 

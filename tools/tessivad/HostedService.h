@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service the daemon hosts for each caller, chosen by its --service name.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Events out to the client process, returns and answers back in.
 #include "RelayDelegate.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RelayDelegate: the KVUIDelegate the daemon gives the hosted service for a
 // client with a delegate. It forwards each event to that client process and
 // waits until the process's delegate call has returned, so that what it

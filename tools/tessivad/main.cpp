@@ -1,17 +1,22 @@
+// SPDX-License-Identifier: MIT
 // tessivad: the authentication daemon. It hosts a service and serves client
 // processes on D-Bus under org.tessiva.Authentication1.
 #include "Daemon.h"
 #include "HostedService.h"
 #include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
+#include "services/dbus/SdBus.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <getopt.h>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -19,8 +24,8 @@ constexpr char usage[] =
     "Usage: tessivad [OPTION]...\n"
     "Serves org.tessiva.Authentication1 on D-Bus with a hosted authentication service.\n"
     "\n"
-    "  --session               the session bus (the default)\n"
-    "  --system                the system bus, for deployment\n"
+    "  --system                the system bus, for deployment (the default for root)\n"
+    "  --session               the session bus (the default for other users)\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
     "  --service NAME          the hosted service: pam (the default on the system bus)\n"
     "                          or simulated (the default elsewhere; refused on the\n"
@@ -39,7 +44,8 @@ constexpr char usage[] =
     "  --unlock-time N         seconds a lockout lasts (600)\n"
     "  --fail-delay-ms N       milliseconds before a user's next attempt after a\n"
     "                          failure (2000)\n"
-    "  --help                  this text\n"
+    "  -h, --help              this text\n"
+    "      --version           the version\n"
     "\n"
     "With pam, each caller authenticates as the user the bus reports for it.\n"
     "Each authentication is logged to standard error (the journal under systemd).\n"
@@ -54,7 +60,8 @@ struct Options {
 };
 
 int badUsage(const std::string& problem) {
-    std::fprintf(stderr, "tessivad: %s\nTry 'tessivad --help' for more.\n", problem.c_str());
+    std::fprintf(stderr, "tessivad: %s\nTry 'tessivad --help' for more information.\n",
+                 problem.c_str());
     return 2;
 }
 
@@ -67,58 +74,184 @@ bool number(const char* text, std::size_t& value, std::size_t least) {
     return true;
 }
 
+// Help and version end the program here, so that a full disk is an error
+// rather than a silent success.
+int closeStdout() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || std::fclose(stdout) != 0) {
+        const int error = errno;
+        std::fprintf(stderr, "tessivad: write error%s%s\n", error ? ": " : "",
+                     error ? std::strerror(error) : "");
+        return 1;
+    }
+    return 0;
+}
+
 int fail(const char* what, int result) {
     std::fprintf(stderr, "tessivad: %s: %s\n", what, std::strerror(-result));
     return 1;
+}
+
+// Another process owns the name: says so, with its pid where the bus tells.
+int alreadyOwned(sd_bus* bus) {
+    tessiva::detail::bus::CredsRef creds;
+    pid_t pid = 0;
+    if (sd_bus_get_name_creds(bus, tessiva::detail::bus::busName, SD_BUS_CREDS_PID, creds.put()) >=
+            0 &&
+        sd_bus_creds_get_pid(creds.get(), &pid) >= 0 && pid > 0)
+        std::fprintf(stderr,
+                     "tessivad: %s is already owned on this bus by pid %d (another tessivad is "
+                     "running?)\n",
+                     tessiva::detail::bus::busName, int(pid));
+    else
+        std::fprintf(stderr,
+                     "tessivad: %s is already owned on this bus (another tessivad is running?)\n",
+                     tessiva::detail::bus::busName);
+    return 1;
+}
+
+// The long options; each value is the short code getopt_long returns.
+enum Option : int {
+    optSystem = 256,
+    optSession,
+    optAddress,
+    optService,
+    optPamService,
+    optPamBiometricService,
+    optIdleSeconds,
+    optMaxContexts,
+    optMaxEvaluations,
+    optMaxPending,
+    optThreads,
+    optAnswerTimeout,
+    optDeny,
+    optFailInterval,
+    optUnlockTime,
+    optFailDelayMs,
+    optVersion,
+};
+constexpr option longOptions[] = {
+    {"help", no_argument, nullptr, 'h'},
+    {"version", no_argument, nullptr, optVersion},
+    {"system", no_argument, nullptr, optSystem},
+    {"session", no_argument, nullptr, optSession},
+    {"address", required_argument, nullptr, optAddress},
+    {"service", required_argument, nullptr, optService},
+    {"pam-service", required_argument, nullptr, optPamService},
+    {"pam-biometric-service", required_argument, nullptr, optPamBiometricService},
+    {"idle-seconds", required_argument, nullptr, optIdleSeconds},
+    {"max-contexts", required_argument, nullptr, optMaxContexts},
+    {"max-evaluations", required_argument, nullptr, optMaxEvaluations},
+    {"max-pending", required_argument, nullptr, optMaxPending},
+    {"threads", required_argument, nullptr, optThreads},
+    {"answer-timeout", required_argument, nullptr, optAnswerTimeout},
+    {"deny", required_argument, nullptr, optDeny},
+    {"fail-interval", required_argument, nullptr, optFailInterval},
+    {"unlock-time", required_argument, nullptr, optUnlockTime},
+    {"fail-delay-ms", required_argument, nullptr, optFailDelayMs},
+    {nullptr, 0, nullptr, 0},
+};
+
+// The smallest value each numeric option takes.
+std::size_t leastValue(int code) {
+    switch (code) {
+    case optIdleSeconds:
+    case optUnlockTime:
+    case optFailDelayMs:
+        return 0;
+    default:
+        return 1;
+    }
 }
 } // namespace
 
 int main(int argc, char** argv) {
     Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        const bool hasValue = i + 1 < argc;
-        std::size_t value = 0;
-        if (argument == "--help") {
+    bool busChosen = false;
+    opterr = 0; // the messages below say it in tessivad's own words
+    for (;;) {
+        int longIndex = -1;
+        const int code = getopt_long(argc, argv, ":h", longOptions, &longIndex);
+        if (code == -1)
+            break;
+        const char* value = optarg;
+        std::size_t count = 0;
+        if (code >= optIdleSeconds && code <= optFailDelayMs &&
+            !number(value, count, leastValue(code)))
+            return badUsage("invalid value '" + std::string(value) + "' for '--" +
+                            longOptions[longIndex].name + "'");
+        switch (code) {
+        case 'h':
             std::fputs(usage, stdout);
-            return 0;
-        } else if (argument == "--session") {
+            return closeStdout();
+        case optVersion:
+            std::printf("tessivad %s\n", TESSIVA_VERSION);
+            return closeStdout();
+        case optSession:
             options.bus.kind = tessiva::detail::bus::BusAddress::Kind::session;
-        } else if (argument == "--system") {
+            busChosen = true;
+            break;
+        case optSystem:
             options.bus.kind = tessiva::detail::bus::BusAddress::Kind::system;
-        } else if (argument == "--address" && hasValue) {
+            busChosen = true;
+            break;
+        case optAddress:
             options.bus.kind = tessiva::detail::bus::BusAddress::Kind::address;
-            options.bus.address = argv[++i];
-        } else if (argument == "--service" && hasValue) {
-            options.service.name = argv[++i];
-        } else if (argument == "--pam-service" && hasValue) {
-            options.service.pam.service = argv[++i];
-        } else if (argument == "--pam-biometric-service" && hasValue) {
-            options.service.pam.biometricService = argv[++i];
-        } else if (argument == "--idle-seconds" && hasValue && number(argv[++i], value, 0)) {
-            options.limits.idleTime = std::chrono::seconds(value);
-        } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.contextsPerUser = value;
-        } else if (argument == "--max-evaluations" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.evaluationsPerUser = value;
-        } else if (argument == "--max-pending" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.pendingPerUser = value;
-        } else if (argument == "--threads" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.threads = value;
-        } else if (argument == "--answer-timeout" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.answerTimeout = std::chrono::seconds(value);
-        } else if (argument == "--deny" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.attempts.deny = unsigned(value);
-        } else if (argument == "--fail-interval" && hasValue && number(argv[++i], value, 1)) {
-            options.limits.attempts.failInterval = std::chrono::seconds(value);
-        } else if (argument == "--unlock-time" && hasValue && number(argv[++i], value, 0)) {
-            options.limits.attempts.unlockTime = std::chrono::seconds(value);
-        } else if (argument == "--fail-delay-ms" && hasValue && number(argv[++i], value, 0)) {
-            options.limits.attempts.failDelay = std::chrono::milliseconds(value);
-        } else {
-            return badUsage("bad argument '" + std::string(argument) + "'");
+            options.bus.address = value;
+            busChosen = true;
+            break;
+        case optService:
+            options.service.name = value;
+            break;
+        case optPamService:
+            options.service.pam.service = value;
+            break;
+        case optPamBiometricService:
+            options.service.pam.biometricService = value;
+            break;
+        case optIdleSeconds:
+            options.limits.idleTime = std::chrono::seconds(count);
+            break;
+        case optMaxContexts:
+            options.limits.contextsPerUser = count;
+            break;
+        case optMaxEvaluations:
+            options.limits.evaluationsPerUser = count;
+            break;
+        case optMaxPending:
+            options.limits.pendingPerUser = count;
+            break;
+        case optThreads:
+            options.limits.threads = count;
+            break;
+        case optAnswerTimeout:
+            options.limits.answerTimeout = std::chrono::seconds(count);
+            break;
+        case optDeny:
+            options.limits.attempts.deny = unsigned(count);
+            break;
+        case optFailInterval:
+            options.limits.attempts.failInterval = std::chrono::seconds(count);
+            break;
+        case optUnlockTime:
+            options.limits.attempts.unlockTime = std::chrono::seconds(count);
+            break;
+        case optFailDelayMs:
+            options.limits.attempts.failDelay = std::chrono::milliseconds(count);
+            break;
+        case ':':
+            return badUsage("option '" + std::string(argv[optind - 1]) + "' requires an argument");
+        default:
+            if (optopt != 0)
+                return badUsage(std::string("invalid option -- '") + char(optopt) + "'");
+            return badUsage("unrecognized option '" + std::string(argv[optind - 1]) + "'");
         }
     }
+    if (optind < argc)
+        return badUsage("unexpected argument '" + std::string(argv[optind]) + "'");
+    // Root serves the system bus unless told otherwise: that is where a root
+    // daemon is deployed, and root has no session bus.
+    if (!busChosen && geteuid() == 0)
+        options.bus.kind = tessiva::detail::bus::BusAddress::Kind::system;
     // Chosen before connecting when --system says where the daemon serves,
     // so that a refusal needs no bus; otherwise once the bus can be asked.
     using Kind = tessiva::detail::bus::BusAddress::Kind;
@@ -141,7 +274,10 @@ int main(int argc, char** argv) {
     tessiva::detail::bus::EventLoop& loop = *shared;
     tessiva::detail::bus::BusRef bus;
     if (int result = tessiva::detail::bus::connectToBus(options.bus, &loop, bus); result < 0)
-        return fail("cannot connect to the bus", result);
+        return fail(options.bus.kind == Kind::system    ? "cannot connect to the system bus"
+                    : options.bus.kind == Kind::session ? "cannot connect to the session bus"
+                                                        : "cannot connect to the bus at --address",
+                    result);
     if (!services &&
         !(services = tessiva::daemon::hostedServicesNamed(
               options.service, tessiva::detail::bus::reachesSystemBus(bus.get()), problem)))
@@ -154,7 +290,9 @@ int main(int argc, char** argv) {
         (result = sd_event_add_signal(loop.event(), nullptr, SIGTERM, nullptr, nullptr)) < 0 ||
         (result = sd_event_add_signal(loop.event(), nullptr, SIGINT, nullptr, nullptr)) < 0)
         return fail("cannot serve", result);
-    if ((result = sd_bus_request_name(bus.get(), tessiva::detail::bus::busName, 0)) < 0)
+    if ((result = sd_bus_request_name(bus.get(), tessiva::detail::bus::busName, 0)) == -EEXIST)
+        return alreadyOwned(bus.get());
+    if (result < 0)
         return fail("cannot own org.tessiva.Authentication1", result);
     std::printf("tessivad: ready\n");
     std::fflush(stdout);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVErrorHelper, KVErrorDomain and KVException: the errors of the service
 // framework and the exception that carries one.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVLogger: the process-wide switches that decide whether Tessiva logs, and
 // whether its log lines show secrets.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVBusService: a KVClient backend that reaches the authentication daemon,
 // tessivad, over D-Bus, so that contexts are shared between processes.
 //

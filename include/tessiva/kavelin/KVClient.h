@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVClient: a client of the authentication service for one context, and the
 // installable backend that makes clients.
 //

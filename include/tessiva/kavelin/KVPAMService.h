@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVPAMService: a KVClient backend that authenticates a real user, by default
 // the one the process runs as, through PAM (the system's pluggable
 // authentication modules). Select it for a whole process with the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVServiceErrors: the KVErrorDomain codes that Tessiva's own services (the
 // simulated one and the PAM one) reply with, and the ACL rule they ask.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVSimulatedService: the authentication service built into Tessiva for
 // devices without authentication hardware, and the default KVClient backend.
 // It keeps the contract of KVClient.h; what is its own is the judge and the

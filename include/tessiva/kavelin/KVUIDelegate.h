@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVUIDelegate: the service framework's user-interface delegate protocol.
 #pragma once
 

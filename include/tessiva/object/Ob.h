@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The whole object library in one include.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObArray: an immutable ordered list of present objects.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObClass and ObClassFromString: classes known by name in this process.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObData: an immutable run of bytes.
 #pragma once
 

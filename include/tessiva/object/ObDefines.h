@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Basic integer types shared by every public header, and the platform
 // layer's export macro.
 #pragma once

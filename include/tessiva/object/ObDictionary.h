@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObDictionary: an immutable map from keys to present objects, enumerated in
 // insertion order, with keys compared by value (isEqual and hash).
 #pragma once

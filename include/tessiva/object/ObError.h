@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObError: an error with a domain, a code and a user-info dictionary.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObException and ObInvalidArgumentException: the exceptions of the object library.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObFormat: type-safe printf-style formatting into an ObString.
 //
 // Conversions:

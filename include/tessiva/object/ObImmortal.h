@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObImmortal<T>: static storage for an immortal object that is never destroyed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObMake: the factory for objects of caller-defined subclasses (delegates,
 // backends, sinks), so that no calling code writes a bare new.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObNumber: a boxed signed integer or boolean.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObObject: the root class of the object library, with an intrusive,
 // thread-safe reference count.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObRef<T>: a shared-ownership handle on an ObObject, and the ob_cast kind-of test.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObString: immutable UTF-8 text, and constant strings made at compile time.
 #pragma once
 

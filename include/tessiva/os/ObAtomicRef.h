@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObAtomicRef<T>: an object field whose every read and write is indivisible.
 #pragma once
 

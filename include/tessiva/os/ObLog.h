@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObLog: lines written to the system log, through a replaceable sink.
 //
 // The default sink writes with syslog(3). Setting the environment variable

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One-time initialisation: ObDispatchOnce runs a function exactly once per
 // token, however many threads arrive first; latecomers wait until it is done.
 #pragma once

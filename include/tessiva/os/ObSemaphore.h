@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObSemaphore: a counting semaphore that waits without time-out.
 #pragma once
 

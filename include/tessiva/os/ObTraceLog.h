@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system trace log: messages with one integer argument and a payload
 // that is collected by calling back into the writer.
 #pragma once

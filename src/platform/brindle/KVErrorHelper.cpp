@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parameter errors of the service framework and the exception that carries one.
 #include "tessiva/brindle/KVErrorHelper.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one way Tessiva's own code makes a KVErrorDomain error. Inline, over
 // the public interface only, so that the daemon uses it as the library does.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide logging and redaction switches.
 #include "tessiva/brindle/KVLogger.h"
 

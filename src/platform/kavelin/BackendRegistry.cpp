@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The table of backends that TESSIVA_SERVICE may name, filled by the
 // backends' registrations while the library loads and read on first use.
 #include "BackendRegistry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The backends that TESSIVA_SERVICE may name. Each backend registers itself
 // from its own folder with a BackendRegistration, so the platform layer knows
 // no backend and a new one adds a line beside its own code.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Clients come from the installed backend, else from the one the environment
 // names (the simulated service by default); with neither, the request fails
 // at once.

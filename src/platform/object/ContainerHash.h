@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hashes of containers built from their contents with bounded work.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dispatch behind appendDescription, the bounds on a text form, and the
 // text form of an integer.
 #include "Description.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Text forms appended straight into one buffer, so that formatting a
 // container makes no string object for each thing inside it.
 #pragma once

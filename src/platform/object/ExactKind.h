@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exact-type tests for the object library's hot paths.
 #pragma once
 

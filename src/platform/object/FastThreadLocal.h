@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Per-thread variables that the object library reads on its hot paths.
 #pragma once
 

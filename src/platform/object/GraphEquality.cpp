@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The per-thread work list behind container equality.
 #include "GraphEquality.h"
 

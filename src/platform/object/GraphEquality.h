@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Value equality of containers without recursion: the pairs of items still to
 // compare wait in one work list per thread, so graphs of any depth compare on
 // an ordinary stack.

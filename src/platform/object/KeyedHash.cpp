@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Drawing the process's hash key.
 #include "KeyedHash.h"
 

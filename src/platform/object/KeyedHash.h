@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hashes keyed with a secret drawn once per process, which place the keys of
 // the dictionaries' index where a peer choosing those keys cannot predict.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Immutable arrays of present objects.
 #include "tessiva/object/ObArray.h"
 

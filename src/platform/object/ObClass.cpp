@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ObClass itself; the registry that finds classes by name is an installable
 // process service (platform/os/ObClassRegistry.cpp).
 #include "tessiva/object/ObClass.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Immutable bytes and their hexadecimal text form.
 #include "tessiva/object/ObData.h"
 

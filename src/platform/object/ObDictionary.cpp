@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dictionaries: entries in insertion order, found through an open-addressing
 // index of positions, so that a lookup is one hash and a short probe.
 #include "tessiva/object/ObDictionary.h"

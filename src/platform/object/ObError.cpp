@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Errors and the user-info key of their human-readable text.
 #include "tessiva/object/ObError.h"
 

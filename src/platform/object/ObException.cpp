@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The object library's exceptions.
 #include "tessiva/object/ObException.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The formatting engine behind ObFormat.
 #include "tessiva/object/ObFormat.h"
 

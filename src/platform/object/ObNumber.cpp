@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Boxed integers and the two shared booleans.
 #include "tessiva/object/ObNumber.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The root class: reference counting, identity equality, default text form.
 #include "tessiva/object/ObObject.h"
 

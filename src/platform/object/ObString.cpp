@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dynamic strings keep their characters in the same allocation as the object.
 #include "tessiva/object/ObString.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the kernel's random source, with no weaker source behind it.
 #include "RandomBytes.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's random bytes: Tessiva's one source of randomness, for context
 // handles and the dictionaries' hash key alike.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one reading of an on/off environment variable, shared by every switch
 // so that they all accept the same words, in any case.
 #pragma once

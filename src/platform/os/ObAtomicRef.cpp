@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Indivisible object fields over a fixed pool of short locks.
 #include "tessiva/os/ObAtomicRef.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The class registry behind ObClassFromString: the default one, and the
 // seam through which a test or host installs its own.
 #include "Seam.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system log: syslog(3) by default, standard error on request, or an
 // installed sink.
 #include "tessiva/os/ObLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A counting semaphore over a mutex and a condition variable.
 #include "tessiva/os/ObSemaphore.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trace log: by default each message and its payload become one debug
 // line of the system log.
 #include "tessiva/os/ObTraceLog.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Seam<I>: an installable replacement for an outside service, falling back to
 // a default. Never destroyed, so static destructors elsewhere may still use it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one lookup of a uid's login name, for the PAM service (the process's
 // own user) and the daemon (each caller's).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client's operations as calls to the daemon, with their replies read back.
 #include "BusClient.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BusClient: a KVClient whose context lives in the daemon; each operation
 // is one method call on its link.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls go out from the calling thread under the loop's lock; replies and
 // events come in on the loop's thread; callers' callbacks run on the
 // dispatcher.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BusLink: the client side's connection to the daemon, with the thread that
 // owns it and the dispatcher that runs callers' callbacks.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // TESSIVA_SERVICE=bus: the daemon's client, in every build (without D-Bus
 // support it refuses every set-up).
 #include "platform/kavelin/BackendRegistry.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Set-up through the daemon: Connect makes or restores a context there.
 #include "BusService.h"
 

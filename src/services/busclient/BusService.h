@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BusService: KVBusService over a BusLink made on first use and again after
 // the connection was lost.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // KVBusService in a build without D-Bus support: the same class, which
 // refuses every set-up, so the exported interface does not depend on the build.
 #include "platform/brindle/KVErrors.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Counting one user's failed verifications, and making the next one wait.
 #include "AttemptGuard.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AttemptGuard: one user's guessing, counted across all of that user's
 // contexts and processes, in the manner of pam_faillock. No more
 // verifications run at once than failures the user has left before the

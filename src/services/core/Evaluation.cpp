@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The evaluation: attempts judged by the service's verifier, each answered
 // through rounds of the passcode event, until an outcome.
 #include "Evaluation.h"

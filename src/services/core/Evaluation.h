@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Evaluation: one policy evaluation of a Tessiva service, which asks for the
 // passcode through the passcode event until its verifier accepts an answer,
 // or the evaluation is refused, stopped or out of time.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading and checking the options of a policy evaluation.
 #include "EvaluationOptions.h"
 

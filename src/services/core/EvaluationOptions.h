@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EvaluationOptions: what a policy evaluation's options dictionary asks of the
 // service.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // NoticeDelegate: a user-interface delegate that takes an event whose answer
 // nobody awaits (an evaluation's closing event) as a notice rather than as a
 // call that must return first. A daemon's relay is one: it sends notices

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Requester: whom a daemon evaluates for. In process the caller is the
 // process itself and nothing here is set; a daemon serving other users'
 // processes says who asked, limits each user's guessing across all of that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The seam between an evaluation and a fingerprint reader: the simulated
 // service's scripted reader and the fprintd client both stand behind it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A request to stop a blocking wait from another thread, which the waiter
 // can poll with its other descriptors (an eventfd, readable once requested).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SecretText: a passcode held by Tessiva, wiped from memory when let go.
 #pragma once
 

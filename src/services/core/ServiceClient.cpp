@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client operations every Tessiva service shares.
 #include "ServiceClient.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ServiceClient: a KVClient of a Tessiva service, on one context and with
 // its own user-interface delegate.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A context's state: invalidation and the one evaluation it may run.
 #include "ServiceContext.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ServiceContext: one authentication context of a Tessiva service, as
 // shared by every client that reaches it through its handle.
 #pragma once

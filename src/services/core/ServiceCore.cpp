@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A service's contexts by random handle, and its ACL rule.
 #include "ServiceCore.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ServiceCore: what every Tessiva service shares: its contexts by handle, its
 // ACL rule, and the verifier source through which the service judges.
 #pragma once

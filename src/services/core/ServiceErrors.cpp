@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The errors of Tessiva's services.
 #include "ServiceErrors.h"
 

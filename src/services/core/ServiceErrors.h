@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The errors Tessiva's services share, made with kvError like all of theirs.
 #pragma once
 

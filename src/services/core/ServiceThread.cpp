@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Service threads: one detached std::thread per piece of work, or a pool.
 #include "ServiceThread.h"
 

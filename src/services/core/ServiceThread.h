@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The threads Tessiva's services do their waiting on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The numbers Tessiva's services raise events and read answers with.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one seam between the shared evaluation machinery and a service: the
 // verifier that decides whether the user's answers prove who they are.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An address names a bus the connection must register on, as the session and
 // system buses do by themselves.
 #include "BusConnect.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one way both ends of the bus open their connection.
 #pragma once
 

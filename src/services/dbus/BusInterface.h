@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The daemon's D-Bus interface: names, error names and the limits both ends
 // enforce (data/org.tessiva.Authentication2.xml documents them).
 #pragma once

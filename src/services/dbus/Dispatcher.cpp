@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue outlives the Dispatcher when its own thread destroys it; tasks
 // still queued when it stops are dropped.
 #include "Dispatcher.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Dispatcher: one thread that runs callers' callbacks (delegate events,
 // evaluation replies) in order, so that a callback that blocks or calls the
 // backend back never stalls the bus connection's own thread.

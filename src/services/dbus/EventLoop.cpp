@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The loop's queue is woken through an eventfd, so posting never blocks.
 #include "EventLoop.h"
 

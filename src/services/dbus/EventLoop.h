@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // EventLoop: an sd-event loop on one thread, with a queue through which any
 // thread hands it work, and a lock that the loop's thread holds while it runs
 // anything and lets go of only while it waits. sd-bus objects are not

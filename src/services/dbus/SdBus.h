@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Owners for sd-bus and sd-event objects: each holds one reference and drops
 // it exactly once, so that no path can forget an unref or do one twice.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Object values to and from D-Bus variants, within the documented limits.
 #include "ValueCodec.h"
 

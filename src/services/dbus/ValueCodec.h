@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The typed encoding of object values in D-Bus messages, one variant each:
 //   absent            the empty signature, "g" ""
 //   ObString          "s" (valid UTF-8 without NUL)

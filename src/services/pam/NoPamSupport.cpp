@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A build without libpam: the PAM service exists, but every request fails.
 #include "PamSupport.h"
 #include "services/core/ServiceErrors.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM service: its configuration, and clients from the shared machinery.
 #include "PAMService.h"
 

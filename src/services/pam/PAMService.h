@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PAMService: the PAM service's implementation: the shared service machinery
 // judged by PAM.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Answering PAM's messages: responses are allocated as PAM expects (it frees
 // them), and every copy of a password that Tessiva owns is wiped.
 #include "PamConversation.h"
@@ -33,6 +34,7 @@ bool answer(const pam_message& message, pam_response& response, PamConversationS
     const char* text = message.msg != nullptr ? message.msg : "";
     switch (message.msg_style) {
     case PAM_PROMPT_ECHO_OFF: {
+        state.sinceLastPrompt.clear();
         std::optional<SecretText> passcode = state.conversation->askPasscode();
         if (!passcode)
             return false;
@@ -42,6 +44,9 @@ bool answer(const pam_message& message, pam_response& response, PamConversationS
     case PAM_TEXT_INFO:
     case PAM_ERROR_MSG:
         state.conversation->tell(text);
+        if (!state.sinceLastPrompt.empty())
+            state.sinceLastPrompt += ' ';
+        state.sinceLastPrompt += text;
         return true;
     case PAM_PROMPT_ECHO_ON:
         // Tessiva names the user itself; visible input is not asked of a user.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM conversation function: PAM's messages turned into the evaluation's
 // passcode rounds and notices.
 #pragma once
@@ -14,6 +15,10 @@ struct PamConversationState {
     Conversation* conversation = nullptr;
     // The text of a PAM_PROMPT_ECHO_ON prompt that was refused, if any.
     std::string refusedPrompt;
+    // The modules' notices and errors since the last password prompt: those
+    // of pam_acct_mgmt ("Your account has expired...") never reach a prompt,
+    // so a failure's description carries them.
+    std::string sinceLastPrompt;
 };
 
 // A pam_conv function; appdata is a PamConversationState. Password prompts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the PAM service needs from libpam; built from PamVerifier.cpp when
 // Tessiva has PAM support, and from NoPamSupport.cpp when it has not.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PAM service's judge: one PAM transaction per evaluation, one
 // pam_authenticate per attempt, pam_acct_mgmt once the user is known.
 #include "PamConversation.h"
@@ -29,6 +30,7 @@ public:
     Verification verify(Conversation& conversation) override {
         state_.conversation = &conversation;
         state_.refusedPrompt.clear();
+        state_.sinceLastPrompt.clear();
         Verification verification = attempt();
         state_.conversation = nullptr;
         return verification;
@@ -95,8 +97,10 @@ private:
         case PAM_PERM_DENIED:
         case PAM_AUTH_ERR:
             return failed(KVErrorACLDenied,
-                          ObFormat("PAM does not let the user '%s' in with the service '%s': %s.",
-                                   user_.c_str(), service_.c_str(), strerror()));
+                          ObFormat("PAM does not let the user '%s' in with the service '%s': "
+                                   "%s.%s",
+                                   user_.c_str(), service_.c_str(), strerror(),
+                                   modulesSaid().c_str()));
         case PAM_USER_UNKNOWN:
             return failed(KVErrorAuthenticationFailed,
                           ObFormat("PAM does not know the user '%s'.", user_.c_str()));
@@ -117,6 +121,11 @@ private:
     }
 
     const char* strerror() const { return pam_strerror(handle_, lastStatus_); }
+
+    // What the modules said after the last prompt, to end a description.
+    std::string modulesSaid() const {
+        return state_.sinceLastPrompt.empty() ? std::string() : " " + state_.sinceLastPrompt;
+    }
 
     static Verification failed(ObInteger code, const ObRef<ObString>& message) {
         return {Verdict::failed, kvError(code, message)};

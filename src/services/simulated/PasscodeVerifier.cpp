@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Comparing an answer with the simulated service's passcode.
 #include "PasscodeVerifier.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated service's judge: the passcode it holds, compared with the
 // user's answer.
 #pragma once

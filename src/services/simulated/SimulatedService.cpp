@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated service: the shared machinery, its passcode and its ACL rule.
 #include "SimulatedService.h"
 

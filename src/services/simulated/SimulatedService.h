@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SimulatedService: the simulated service's implementation: the shared
 // service machinery judged by a passcode of its own.
 #pragma once
