@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The bus codec on what an evaluation sends (an event's parameters and the
 // delegate's answer) against the floor: the same message written and read
 // by hand for the known shape, with the same objects made from it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fprintd client against the real fprintd on libfprint's virtual device:
 // each test starts a private bus posing as the system bus, a polkit that
 // allows everything, and fprintd with prints of its own; the test enrols a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Built without fprintd support, the client says so and never claims to
 // have a reader.
 #include "services/fprint/FprintScanner.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A polkit authority for fprintd's tests, on the bus DBUS_SYSTEM_BUS_ADDRESS
 // names: it allows every action to every caller, so that fprintd lets the
 // tests enrol and verify any user, or, given "deny", refuses every one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fprintd's default device, over a connection of our own to the system bus.
 // A scan claims the device for the user, verifies any enrolled finger and
 // follows the device's signals, which fprintd broadcasts: only those its

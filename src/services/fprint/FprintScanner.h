@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fingerprint reader of the machine, through fprintd on the system bus
 // (DBUS_SYSTEM_BUS_ADDRESS when set). Each call opens a connection of its
 // own, so that a process that dies mid-scan lets the reader go with it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The build without fprintd support: there is never a reader.
 #include "services/fprint/FprintScanner.h"
 
