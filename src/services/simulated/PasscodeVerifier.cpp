@@ -1,6 +1,7 @@
 // Comparing an answer with the simulated service's passcode.
 #include "PasscodeVerifier.h"
 
+#include "services/core/RidgeIdentity.h"
 #include "services/core/ServiceErrors.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObMake.h"
@@ -9,10 +10,7 @@
 
 namespace tessiva::detail {
 namespace {
-constexpr ObInteger ridgeScanPolicy = 1;
-
 OB_CONSTANT_STRING(defaultPasscodeText, KVSimulatedService::defaultPasscode);
-OB_CONSTANT_STRING(noSensorMessage, "This device has no ridge-scan sensor.");
 
 ObRef<ObString> passcodeFromEnvironment() {
     const char* value = std::getenv("TESSIVA_PASSCODE");
@@ -31,6 +29,13 @@ public:
         return {right ? Verdict::accepted : Verdict::rejected, nullptr};
     }
 
+    bool judgesPassphrase() const override {
+        for (char c : passcode_->text())
+            if (c < '0' || c > '9')
+                return true;
+        return false;
+    }
+
     const char* className() const noexcept override { return "PasscodeVerifier"; }
 
 private:
@@ -38,14 +43,12 @@ private:
 };
 } // namespace
 
-PasscodeVerifierSource::PasscodeVerifierSource() : passcode_(passcodeFromEnvironment()) {}
+PasscodeVerifierSource::PasscodeVerifierSource()
+    : passcode_(passcodeFromEnvironment()), scanner_(ObMake<ScriptedScanner>()),
+      identityKey_(freshIdentityKey()) {}
 
-ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, const Requester&,
-                                                          ObRef<ObError>* error) {
-    if (policy == ridgeScanPolicy) {
-        *error = kvError(KVErrorBiometryNotAvailable, &noSensorMessage);
-        return nullptr;
-    }
+ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger, const Requester&,
+                                                          ObRef<ObError>*) {
     return ObMake<PasscodeVerifier>(passcode());
 }
 

@@ -34,6 +34,10 @@ void SimulatedService::setACLRule(KVACLRule rule) {
     core_->setACLRule(std::move(rule));
 }
 
+void SimulatedService::setReader(KVSimulatedReader reader) {
+    passcodes_->scanner()->setReader(std::move(reader));
+}
+
 const char* SimulatedService::className() const noexcept {
     return "KVSimulatedService";
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "PasscodeVerifier.h"
+#include "ScriptedScanner.h"
 #include "services/core/ServiceCore.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 
@@ -17,6 +18,7 @@ public:
     void setPasscode(const ObRef<ObString>& passcode) override;
     ObRef<ObString> passcode() override;
     void setACLRule(KVACLRule rule) override;
+    void setReader(KVSimulatedReader reader) override;
 
     const char* className() const noexcept override;
 
