@@ -15,6 +15,10 @@ public:
         service_->setACLRule(std::move(rule));
         return true;
     }
+    bool setReader(const KVSimulatedReader& reader) override {
+        service_->setReader(reader);
+        return true;
+    }
 
 private:
     ObRef<KVSimulatedService> service_ = KVSimulatedService::make();

@@ -24,7 +24,9 @@
 #include "tessiva/kavelin/KVClient.h"
 #include "tessiva/kavelin/KVServiceErrors.h"
 
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One scan the simulated reader reports.
@@ -62,8 +64,17 @@ public:
 
     // A new service with no contexts. Its passcode is the value of the
     // environment variable TESSIVA_PASSCODE when set and not empty, otherwise
-    // defaultPasscode; its ACL rule allows everything.
+    // defaultPasscode; its ACL rule allows everything; its reader is the one
+    // TESSIVA_READER describes (see readerFromText), else none.
     static ObRef<KVSimulatedService> make();
+
+    // A reader from its text form, "<fingers>[;<scans>]": the enrolled
+    // fingers separated by commas ("none" for a reader with none enrolled,
+    // "busy" for one in use by another program), then the scans' statuses
+    // separated by commas, a match optionally naming its finger ("0=left").
+    // So "right-index;2,1,0" is a reader with one finger that reports a
+    // retry, a no-match and a match. Absent for an empty or malformed text.
+    static std::optional<KVSimulatedReader> readerFromText(std::string_view text);
 
     // The process's own service, which KVClient uses whenever no backend is
     // installed and the environment variable TESSIVA_SERVICE is unset, empty

@@ -28,7 +28,7 @@ OB_CONSTANT_STRING(declinedPassphraseMessage, "The user declined to enter the pa
 OB_CONSTANT_STRING(declinedConsentMessage, "The user declined to give consent.");
 OB_CONSTANT_STRING(verifierFailedMessage, "The authentication service failed unexpectedly.");
 OB_CONSTANT_STRING(readerFailedMessage, "The fingerprint reader failed unexpectedly.");
-OB_CONSTANT_STRING(fallbackMessage, "The user chose the fallback to the ridge scan.");
+OB_CONSTANT_STRING(fallbackMessage, "The user chose the fallback instead of the ridge scan.");
 OB_CONSTANT_STRING(noPasswordMessage, "The service has no password to ask for.");
 
 ObRef<ObNumber> number(ObInteger value) {
@@ -113,7 +113,8 @@ Evaluation::Outcome Evaluation::evaluate() {
     const bool canScan = reader.problem == ReaderProblem::none;
     // Only a machine with a reader has anything to report.
     if (scanner_ && reader.problem != ReaderProblem::noReader)
-        reportAvailability(canScan);
+        reportAvailability(canScan && (policy_ == ridgeScanPolicy || policy_ == passcodePolicy ||
+                                       policy_ == consentScanPolicy));
     switch (policy_) {
     case ridgeScanPolicy: {
         if (!scanner_) // a service that judges policy 1 by its password verifier
@@ -176,9 +177,11 @@ ReaderState Evaluation::readerState() {
 void Evaluation::reportAvailability(bool canScan) {
     if (!delegate_)
         return;
+    // What this evaluation can use: consent policies take no password.
+    const bool password = verifier_ && policy_ != 1 && policy_ != 1001 && policy_ != 1002;
     raiseEvent(availabilityEvent,
                ObDictionary::make({{number(ridgescanEvent), ObNumber::makeBool(canScan)},
-                                   {number(passcodeEvent), ObNumber::makeBool(bool(verifier_))}}),
+                                   {number(passcodeEvent), ObNumber::makeBool(password)}}),
                [](ObRef<ObDictionary>, ObRef<ObError>) {});
 }
 
