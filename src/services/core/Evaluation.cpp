@@ -85,7 +85,26 @@ Evaluation::Evaluation(EvaluationOptions options, ObInteger policy, Methods meth
       identityKey_(std::move(methods.identityKey)),
       passphrase_(options.passphraseFirst || (verifier_ && verifier_->judgesPassphrase())),
       delegate_(std::move(delegate)), context_(std::move(context)), guard_(std::move(guard)),
-      reply_(std::move(reply)) {}
+      reply_(std::move(reply)) {
+    const unsigned scan = scanner_ ? 1u << ridgescanEvent : 0, password = 1u << promptEvent(),
+                   consent = 1u << consentEvent;
+    switch (policy) {
+    case 1:
+        stageEvents_ = scanner_ ? scan : password;
+        break;
+    case 1000:
+        stageEvents_ = scan | password;
+        break;
+    case 1001:
+        stageEvents_ = consent;
+        break;
+    case 1002:
+        stageEvents_ = scan | consent;
+        break;
+    default:
+        stageEvents_ = password;
+    }
+}
 
 void Evaluation::run() {
     if (options_.timeout)
@@ -427,8 +446,9 @@ bool Evaluation::stopped() {
 bool Evaluation::enterPasscode(ObRef<ObObject> passcode) {
     {
         std::lock_guard lock(mutex_);
-        if (ended_ || failure_ || roundAnswered_ || stageEvent_ == ridgescanEvent ||
-            stageEvent_ == consentEvent)
+        const ObInteger wanted = promptEvent();
+        if (ended_ || failure_ || roundAnswered_ ||
+            (stageEvent_ != 0 ? stageEvent_ != wanted : !(stageEvents_ & (1u << wanted))))
             return false;
         roundAnswered_ = true;
         pendingPasscode_ = std::move(passcode);
@@ -456,7 +476,7 @@ bool Evaluation::failEvent(ObInteger event, ObRef<ObError> error) {
     {
         std::lock_guard lock(mutex_);
         if (event < ridgescanEvent || event > passphraseEvent ||
-            (stageEvent_ != 0 && stageEvent_ != event))
+            (stageEvent_ != 0 ? stageEvent_ != event : !(stageEvents_ & (1u << event))))
             return false;
     }
     return fail(std::move(error));

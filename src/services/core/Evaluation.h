@@ -130,6 +130,8 @@ private:
     std::condition_variable changed_;
     // The event of the current stage; 0 before the first.
     ObInteger stageEvent_ = 0;
+    // The events of the stages its policy may run (bit N for event N).
+    unsigned stageEvents_ = 0;
     // The scan in progress, to stop from other threads.
     ScanStop* scanStop_ = nullptr;
     bool fallbackTaken_ = false;

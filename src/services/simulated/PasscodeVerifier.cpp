@@ -10,7 +10,10 @@
 
 namespace tessiva::detail {
 namespace {
+constexpr ObInteger ridgeScanPolicy = 1;
+
 OB_CONSTANT_STRING(defaultPasscodeText, KVSimulatedService::defaultPasscode);
+OB_CONSTANT_STRING(noSensorMessage, "This device has no ridge-scan sensor.");
 
 ObRef<ObString> passcodeFromEnvironment() {
     const char* value = std::getenv("TESSIVA_PASSCODE");
@@ -47,9 +50,18 @@ PasscodeVerifierSource::PasscodeVerifierSource()
     : passcode_(passcodeFromEnvironment()), scanner_(ObMake<ScriptedScanner>()),
       identityKey_(freshIdentityKey()) {}
 
-ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger, const Requester&,
-                                                          ObRef<ObError>*) {
+ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, const Requester&,
+                                                          ObRef<ObError>* error) {
+    // Asked for policy 1 only when the device has no reader.
+    if (policy == ridgeScanPolicy) {
+        *error = kvError(KVErrorBiometryNotAvailable, &noSensorMessage);
+        return nullptr;
+    }
     return ObMake<PasscodeVerifier>(passcode());
+}
+
+ObRef<RidgeScanner> PasscodeVerifierSource::ridgeScanner() {
+    return scanner_->present() ? ObRef<RidgeScanner>(scanner_) : nullptr;
 }
 
 void PasscodeVerifierSource::setPasscode(const ObRef<ObString>& passcode) {

@@ -21,7 +21,8 @@ public:
     void setPasscode(const ObRef<ObString>& passcode);
     ObRef<ObString> passcode();
     const ObRef<ScriptedScanner>& scanner() const noexcept { return scanner_; }
-    ObRef<RidgeScanner> ridgeScanner() override { return scanner_; }
+    // Absent while the device has no reader.
+    ObRef<RidgeScanner> ridgeScanner() override;
     std::string identityKey() override { return identityKey_; }
 
     const char* className() const noexcept override;

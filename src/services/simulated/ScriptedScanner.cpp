@@ -30,6 +30,11 @@ void ScriptedScanner::setReader(KVSimulatedReader reader) {
     reader_ = std::move(reader);
 }
 
+bool ScriptedScanner::present() {
+    std::lock_guard lock(mutex_);
+    return reader_.present;
+}
+
 ReaderState ScriptedScanner::state(const std::string&) {
     std::lock_guard lock(mutex_);
     if (!reader_.present)

@@ -12,6 +12,7 @@ namespace tessiva::detail {
 class ScriptedScanner final : public RidgeScanner {
 public:
     void setReader(KVSimulatedReader reader);
+    bool present();
 
     ReaderState state(const std::string& user) override;
     // Reports the scripted scans in turn up to one that ends the attempt;
