@@ -92,8 +92,10 @@ public:
     // The rule later ACL evaluations ask; an empty rule allows everything.
     virtual void setACLRule(KVACLRule rule) = 0;
     // Replaces the reader, with its script of scans; a scan in progress
-    // goes on with the scans that are left of the new script.
-    virtual void setReader(KVSimulatedReader reader) = 0;
+    // goes on with the scans that are left of the new script. Not virtual,
+    // so that the class's layout stays as it was; it does nothing on a
+    // service that make() did not make.
+    void setReader(KVSimulatedReader reader);
 
 protected:
     // Out of line, so the library holds the vtable and type information.

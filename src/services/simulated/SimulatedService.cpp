@@ -20,7 +20,7 @@ SimulatedService::SimulatedService()
       core_(ObMake<ServiceCore>(passcodes_, "SimulatedClient")) {
     if (std::optional<KVSimulatedReader> reader = KVSimulatedService::readerFromText(
             std::getenv("TESSIVA_READER") ? std::getenv("TESSIVA_READER") : ""))
-        setReader(std::move(*reader));
+        replaceReader(std::move(*reader));
 }
 
 void SimulatedService::clientWithExternalizedContext_uiDelegate_reply(
@@ -40,7 +40,7 @@ void SimulatedService::setACLRule(KVACLRule rule) {
     core_->setACLRule(std::move(rule));
 }
 
-void SimulatedService::setReader(KVSimulatedReader reader) {
+void SimulatedService::replaceReader(KVSimulatedReader reader) {
     passcodes_->scanner()->setReader(std::move(reader));
 }
 
@@ -59,6 +59,11 @@ ObRef<KVSimulatedService> KVSimulatedService::defaultService() {
     static KVSimulatedService* const service =
         tessiva::detail::environmentNamesNoService() ? nullptr : make().leakRef();
     return ObRef<KVSimulatedService>(service);
+}
+
+void KVSimulatedService::setReader(KVSimulatedReader reader) {
+    if (auto* service = dynamic_cast<tessiva::detail::SimulatedService*>(this))
+        service->replaceReader(std::move(reader));
 }
 
 std::optional<KVSimulatedReader> KVSimulatedService::readerFromText(std::string_view text) {

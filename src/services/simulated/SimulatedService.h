@@ -18,7 +18,7 @@ public:
     void setPasscode(const ObRef<ObString>& passcode) override;
     ObRef<ObString> passcode() override;
     void setACLRule(KVACLRule rule) override;
-    void setReader(KVSimulatedReader reader) override;
+    void replaceReader(KVSimulatedReader reader);
 
     const char* className() const noexcept override;
 
