@@ -17,7 +17,7 @@ public:
     std::string rightPasscode() const override { return pamCallerPassword; }
     std::string wrongPasscode() const override { return pamOtherUidPassword; }
     std::string biometryRefusal() const override {
-        return "No PAM service is configured for biometric authentication.";
+        return "No fingerprint support in this build of Tessiva.";
     }
 };
 

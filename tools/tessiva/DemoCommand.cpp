@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 namespace tessiva::tool {
 namespace {
@@ -47,6 +48,7 @@ public:
         const ObRef<ObDictionary> hints = translateHints();
         evaluate(hints);
         readResults();
+        evaluateEachEventKind();
         sendRequestsOutsideAnEvaluation();
         invalidate(hints);
         step("Done: the session went as scripted.");
@@ -156,8 +158,62 @@ private:
         }
     }
 
+    // One session per event kind: the reader's availability and progress, a
+    // consent and a passphrase, each with the results that tell them apart.
+    void evaluateEachEventKind() {
+        const ObRef<KVSimulatedService> service = KVSimulatedService::defaultService();
+        step("6. A ridge scan: availability, a retry, then a match");
+        service->setReader({true, false, {"right-index"}, {{2, ""}, {0, "right-index"}}});
+        say("    service: a reader with the right index finger enrolled; it will report a "
+            "retry, then a match");
+        session(ObString::make("DeviceOwnerAuthenticatedWithBiometrics"), nullptr, {});
+        service->setReader({});
+        step("7. Consent: no reader, so the ridge-scan-preferred policy asks for consent");
+        delegate_->script({[](const VRUIReply& reply) {
+            say("    delegate: answers {ConsentResponse = 1}, yes");
+            reply(ObDictionary::make({{VREventConsentResponse, ObNumber::makeBool(true)}}),
+                  nullptr);
+        }});
+        session(ObString::make("DeviceOwnerConsentRidgescanPreferred"), nullptr,
+                {VRResultTagUsedYesNo});
+        step("8. A passphrase: the PassphraseFirst hint asks for one");
+        const ObRef<ObString> passcode = ObString::make(KVSimulatedService::defaultPasscode);
+        delegate_->script({[passcode](const VRUIReply& reply) {
+            say("    delegate: answers {ConsentResponse = " + printed(passcode) + "}");
+            reply(ObDictionary::make({{VREventConsentResponse, passcode}}), nullptr);
+        }});
+        session(VRPolicyDeviceOwnerAuthenticated,
+                ObDictionary::make({{VRHintPassphraseFirst, ObNumber::makeBool(true)}}),
+                {VRResultTagUsedPassphrase});
+    }
+
+    void session(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                 std::vector<ObString*> tags) {
+        say("    evaluatePolicy \"" + std::string(policy->text()) + "\" with hints " +
+            printed(hints));
+        bool replied = false;
+        ObRef<ObError> failure;
+        reference_->evaluatePolicy_hints_reply(policy, hints, [&](ObRef<ObError> error) {
+            loop_.post([&, error] {
+                failure = error;
+                replied = true;
+            });
+        });
+        loop_.runUntil([&] { return replied; });
+        say("    evaluation replied: " + outcome(failure));
+        if (failure)
+            offScript("the evaluation", failure);
+        if (tags.empty())
+            tags = {VRResultTagUsedRidgescan, VRResultTagRidgescanIdentity};
+        for (ObString* tag : tags)
+            reference_->resultForTag_reply(tag, [&](ObRef<ObObject> value, ObRef<ObError> error) {
+                say("    resultForTag " + printed(tag) + ": " +
+                    (error ? outcome(error) : printed(value)));
+            });
+    }
+
     void sendRequestsOutsideAnEvaluation() {
-        step("6. Client requests with no evaluation running");
+        step("9. Client requests with no evaluation running");
         say("    caller: sendClientRequest Cancel, a request the interface does not have");
         sendRequest(&unknownRequest, nullptr);
         const ObRef<ObDictionary> params =
@@ -167,7 +223,7 @@ private:
     }
 
     void invalidate(const ObRef<ObDictionary>& hints) {
-        step("7. Invalidation");
+        step("10. Invalidation");
         say("    invalidate");
         reference_->invalidate();
         say("    evaluatePolicy again");

@@ -57,7 +57,8 @@ void DemoDelegate::handle(const ObRef<ObString>& event, const ObRef<ObDictionary
     const ObRef<ObNumber> active =
         ob_cast<ObNumber>(params ? params->objectForKey(VREventParamActive) : nullptr);
     if (!active || !active->boolValue()) {
-        say("    delegate: the passcode view may close; nothing to answer");
+        say(active ? "    delegate: the view may close; nothing to answer"
+                   : "    delegate: a notice; nothing to answer");
         return;
     }
     if (answers_.empty()) {

@@ -22,12 +22,11 @@ constexpr char usage[] =
     "  --session               the session bus (the default)\n"
     "  --system                the system bus, for deployment\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
-    "  --service NAME          the hosted service: pam (the default on the system bus)\n"
+    "  --service NAME          the hosted service: system, or pam (PAM and the\n"
+    "                          fingerprint reader; the default on the system bus),\n"
     "                          or simulated (the default elsewhere; refused on the\n"
     "                          system bus, where its one passcode would let anyone in)\n"
     "  --pam-service NAME      the PAM service that judges passcodes (tessiva)\n"
-    "  --pam-biometric-service NAME\n"
-    "                          the PAM service for biometrics only (none: unavailable)\n"
     "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
     "  --max-contexts N        contexts per user (64)\n"
     "  --max-evaluations N     evaluations in flight per user (8)\n"
@@ -93,8 +92,6 @@ int main(int argc, char** argv) {
             options.service.name = argv[++i];
         } else if (argument == "--pam-service" && hasValue) {
             options.service.pam.service = argv[++i];
-        } else if (argument == "--pam-biometric-service" && hasValue) {
-            options.service.pam.biometricService = argv[++i];
         } else if (argument == "--idle-seconds" && hasValue && number(argv[++i], value, 0)) {
             options.limits.idleTime = std::chrono::seconds(value);
         } else if (argument == "--max-contexts" && hasValue && number(argv[++i], value, 1)) {

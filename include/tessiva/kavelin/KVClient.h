@@ -209,8 +209,8 @@ public:
     // absent). With no backend installed, the backend that the environment
     // variable TESSIVA_SERVICE names (read once) answers: unset, empty or
     // "simulated" is the simulated service (KVSimulatedService::
-    // defaultService()), "pam" a KVPAMService configured from the environment
-    // (KVPAMService::configurationFromEnvironment()), "bus" the daemon
+    // defaultService()), "system" (or "pam") a KVPAMService configured from
+    // the environment (KVPAMService::configurationFromEnvironment()), "bus" the daemon
     // (KVBusService::make()). "none", or any other name, is no default: with
     // no backend installed, the request then replies at once, on the calling
     // thread, with an absent client and a KVErrorDomain error of code
