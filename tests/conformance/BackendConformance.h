@@ -124,7 +124,7 @@ inline std::string readerText(const KVSimulatedReader& reader) {
     for (const std::string& finger : reader.enrolledFingers)
         text += (text.empty() ? "" : ",") + finger;
     for (std::size_t i = 0; i < reader.scans.size(); ++i)
-        text += (i == 0 ? ";" : ",") + std::to_string(reader.scans[i].status) +
+        text += (i == 0 ? ":" : ",") + std::to_string(reader.scans[i].status) +
                 (reader.scans[i].finger.empty() ? "" : "=" + reader.scans[i].finger);
     return text;
 }

@@ -67,22 +67,22 @@ TEST(SimulatedService, AReaderThatCannotServeTheUserSaysWhyAndPoliciesFallBackOr
         return text;
     };
     Texts events;
-    service->setReader(*KVSimulatedService::readerFromText("none;0"));
+    service->setReader(*KVSimulatedService::readerFromText("none:0"));
     EXPECT_EQ(evaluate(1, events), "error -5: No finger is enrolled for the user.");
     EXPECT_EQ(events, Texts{"0 {1 = 0; 2 = 0}"});
     EXPECT_EQ(evaluate(1000, events), success) << "policy 1000 asks the passcode instead";
     EXPECT_EQ(events, (Texts{"0 {1 = 0; 2 = 1}", asking(3), closing}));
-    service->setReader(*KVSimulatedService::readerFromText("busy;0"));
+    service->setReader(*KVSimulatedService::readerFromText("busy:0"));
     EXPECT_EQ(evaluate(1, events),
               "error -1001: The fingerprint reader is in use by another program.");
     service->setReader({});
     EXPECT_EQ(evaluate(1, events), "error -1001: This device has no ridge-scan sensor.");
     EXPECT_EQ(events, Texts{}) << "a device without a reader reports nothing";
 
-    for (const char* malformed : {"", "thumb;x", "thumb;0x"})
+    for (const char* malformed : {"", "thumb:x", "thumb:0x"})
         EXPECT_FALSE(KVSimulatedService::readerFromText(malformed)) << malformed;
     const std::optional<KVSimulatedReader> parsed =
-        KVSimulatedService::readerFromText("thumb,index;2,0=index");
+        KVSimulatedService::readerFromText("thumb,index:2,0=index");
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->enrolledFingers, (std::vector<std::string>{"thumb", "index"}));
     ASSERT_EQ(parsed->scans.size(), 2u);

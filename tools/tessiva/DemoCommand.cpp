@@ -19,6 +19,9 @@ namespace {
 
 OB_CONSTANT_STRING(wrongPasscode, "0000");
 OB_CONSTANT_STRING(unknownRequest, "Cancel");
+// The reader of the sessions of step 6 and 7 (tessivad's test sets
+// TESSIVA_READER to the same).
+constexpr char demoReader[] = "right-index:2,0,1,1,1";
 
 void step(std::string_view title) {
     say("");
@@ -69,6 +72,11 @@ private:
         say(ObFormat("    service: the simulated default service; passcode \"%@\"",
                      service->passcode())
                 ->text());
+        // Set here too, so that TESSIVA_READER does not change the script; a
+        // daemon's service is given the same one.
+        service->setReader(*KVSimulatedService::readerFromText(demoReader));
+        say("    service: a reader with the right index finger enrolled; it will report a "
+            "retry, a match, then three fingers it does not know");
     }
 
     void setUpReference() {
@@ -163,19 +171,16 @@ private:
     void evaluateEachEventKind() {
         const ObRef<KVSimulatedService> service = KVSimulatedService::defaultService();
         step("6. A ridge scan: availability, a retry, then a match");
-        service->setReader({true, false, {"right-index"}, {{2, ""}, {0, "right-index"}}});
-        say("    service: a reader with the right index finger enrolled; it will report a "
-            "retry, then a match");
-        session(ObString::make("DeviceOwnerAuthenticatedWithBiometrics"), nullptr, {});
-        service->setReader({});
-        step("7. Consent: no reader, so the ridge-scan-preferred policy asks for consent");
+        session(ObString::make("DeviceOwnerAuthenticatedWithBiometrics"), nullptr,
+                {VRResultTagUsedRidgescan, VRResultTagRidgescanIdentity});
+        step("7. Consent: three scans that do not match, then the user's consent");
         delegate_->script({[](const VRUIReply& reply) {
             say("    delegate: answers {ConsentResponse = 1}, yes");
             reply(ObDictionary::make({{VREventConsentResponse, ObNumber::makeBool(true)}}),
                   nullptr);
         }});
         session(ObString::make("DeviceOwnerConsentRidgescanPreferred"), nullptr,
-                {VRResultTagUsedYesNo});
+                {VRResultTagUsedRidgescan, VRResultTagUsedYesNo});
         step("8. A passphrase: the PassphraseFirst hint asks for one");
         const ObRef<ObString> passcode = ObString::make(KVSimulatedService::defaultPasscode);
         delegate_->script({[passcode](const VRUIReply& reply) {
@@ -184,7 +189,7 @@ private:
         }});
         session(VRPolicyDeviceOwnerAuthenticated,
                 ObDictionary::make({{VRHintPassphraseFirst, ObNumber::makeBool(true)}}),
-                {VRResultTagUsedPassphrase});
+                {VRResultTagUsedPasscode, VRResultTagUsedPassphrase});
     }
 
     void session(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
@@ -203,12 +208,13 @@ private:
         say("    evaluation replied: " + outcome(failure));
         if (failure)
             offScript("the evaluation", failure);
-        if (tags.empty())
-            tags = {VRResultTagUsedRidgescan, VRResultTagRidgescanIdentity};
         for (ObString* tag : tags)
             reference_->resultForTag_reply(tag, [&](ObRef<ObObject> value, ObRef<ObError> error) {
+                const bool identity = ob_cast<ObData>(value) != nullptr;
                 say("    resultForTag " + printed(tag) + ": " +
-                    (error ? outcome(error) : printed(value)));
+                    (error      ? outcome(error)
+                     : identity ? "<32 bytes>"
+                                : printed(value)));
             });
     }
 

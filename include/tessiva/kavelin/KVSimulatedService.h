@@ -68,11 +68,11 @@ public:
     // TESSIVA_READER describes (see readerFromText), else none.
     static ObRef<KVSimulatedService> make();
 
-    // A reader from its text form, "<fingers>[;<scans>]": the enrolled
+    // A reader from its text form, "<fingers>[:<scans>]": the enrolled
     // fingers separated by commas ("none" for a reader with none enrolled,
     // "busy" for one in use by another program), then the scans' statuses
     // separated by commas, a match optionally naming its finger ("0=left").
-    // So "right-index;2,1,0" is a reader with one finger that reports a
+    // So "right-index:2,1,0" is a reader with one finger that reports a
     // retry, a no-match and a match. Absent for an empty or malformed text.
     static std::optional<KVSimulatedReader> readerFromText(std::string_view text);
 

@@ -80,14 +80,14 @@ std::optional<KVSimulatedReader> KVSimulatedService::readerFromText(std::string_
     };
     KVSimulatedReader reader;
     reader.present = true;
-    const std::size_t semicolon = text.find(';');
-    const std::string_view fingers = text.substr(0, semicolon);
+    const std::size_t colon = text.find(':');
+    const std::string_view fingers = text.substr(0, colon);
     if (fingers == "busy")
         reader.busy = true;
     else if (fingers != "none")
         reader.enrolledFingers = split(fingers, ',');
-    if (semicolon != std::string_view::npos) {
-        for (const std::string& scan : split(text.substr(semicolon + 1), ',')) {
+    if (colon != std::string_view::npos) {
+        for (const std::string& scan : split(text.substr(colon + 1), ',')) {
             const std::size_t equals = scan.find('=');
             char* end = nullptr;
             const long status = std::strtol(scan.c_str(), &end, 10);
