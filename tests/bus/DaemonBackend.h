@@ -38,13 +38,24 @@ public:
     }
     const std::string& address() const { return bus_.address(); }
 
+protected:
+    // Adds to the daemon's environment; false once it has started.
+    bool addEnvironment(std::string entry) {
+        std::lock_guard lock(mutex_);
+        if (daemon_)
+            return false;
+        environment_.push_back(std::move(entry));
+        return true;
+    }
+
 private:
     static std::vector<std::string> withoutGuessingLimits(std::vector<std::string> options) {
         options.insert(options.end(), {"--deny", "100000000", "--fail-delay-ms", "0"});
         return options;
     }
 
-    const std::vector<std::string> options_, environment_;
+    const std::vector<std::string> options_;
+    std::vector<std::string> environment_;
     std::mutex mutex_;
     PrivateBus bus_;
     std::unique_ptr<DaemonProcess> daemon_;

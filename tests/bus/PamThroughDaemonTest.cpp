@@ -18,7 +18,7 @@ public:
     std::string rightPasscode() const override { return pamCallerPassword; }
     std::string wrongPasscode() const override { return pamOtherUidPassword; }
     std::string biometryRefusal() const override {
-        return "No PAM service is configured for biometric authentication.";
+        return "no fingerprint reader: cannot reach the system bus: No such file or directory";
     }
 };
 

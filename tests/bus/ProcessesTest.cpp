@@ -26,6 +26,9 @@ public:
     DaemonSimulated() : DaemonBackend({}, {}) {}
     std::string rightPasscode() const override { return KVSimulatedService::defaultPasscode; }
     std::string biometryRefusal() const override { return "This device has no ridge-scan sensor."; }
+    bool setReader(const KVSimulatedReader& reader) override {
+        return addEnvironment("TESSIVA_READER=" + readerText(reader));
+    }
 };
 
 INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,

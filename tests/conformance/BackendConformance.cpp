@@ -153,3 +153,114 @@ TEST_P(BackendConformanceTest, ContextsEvaluateConcurrently) {
 }
 
 } // namespace tessiva::test
+
+namespace tessiva::test {
+
+TEST_P(BackendConformanceTest, ConsentAndPassphrasePromptsAnswerTheirOwnEvents) {
+    const ObRef<ObNumber> yes = ObNumber::makeBool(true), no = ObNumber::makeBool(false);
+    auto check = [&](const char* behaviour, std::vector<Answer> answers, const Texts& events,
+                     const std::string& expected, ObInteger policy,
+                     const ObRef<ObDictionary>& options = nullptr) {
+        SCOPED_TRACE(behaviour);
+        auto delegate = ObMake<ScriptedDelegate>(std::move(answers));
+        ObRef<KVClient> client = connect(delegate);
+        ASSERT_TRUE(client) << refusal;
+        EXPECT_EQ(outcome(start(client, options, policy)), expected);
+        EXPECT_EQ(delegate->events, events);
+    };
+    const Texts consentAsked = {"3 {0 = 1}", "3 {0 = 0}"};
+    check("consent given", {response(yes)}, consentAsked, consented, 1001);
+    check("consent refused", {response(no)}, consentAsked,
+          "error -2: The user declined to give consent.", 1001);
+    check("without a reader, consent is what policy 1002 asks", {response(yes)}, consentAsked,
+          consented, 1002);
+    check("option 1012 asks a passphrase", {response(wrong), response(right)},
+          {"4 {0 = 1; 5 = 3}", "4 {0 = 1; 5 = 2}", "4 {0 = 0}"}, passphraseSuccess, 1000,
+          dict({{num(1012), yes}}));
+    check("a declined passphrase cancels", {response(no)}, {"4 {0 = 1; 5 = 3}", "4 {0 = 0}"},
+          "error -2: The user declined to enter the passphrase.", 1000, dict({{num(1012), yes}}));
+}
+
+// One reader's script serves the whole test, each evaluation taking its
+// scans in turn, since a daemon's reader is set once, as it starts.
+TEST_P(BackendConformanceTest, RidgeScansDecideByTheirPolicyAndHandOverWhenUsedUp) {
+    std::vector<KVSimulatedScan> scans = {{2, ""},
+                                          {0, "left-thumb"},
+                                          {0, "right-index"},
+                                          {0, "left-thumb"}, // matches
+                                          {1, ""},
+                                          {5, ""},
+                                          {1, ""}, // no matches
+                                          {1, ""}, // to the passcode
+                                          {1, ""},
+                                          {1, ""},
+                                          {1, ""},  // to consent
+                                          {6, ""},  // unplugged
+                                          {3, ""},  // the fallback
+                                          {4, ""}}; // stopped; after it, scans wait
+    if (!backend->setReader({true, false, {"right-index", "left-thumb"}, scans}))
+        GTEST_SKIP() << "the backend's reader is out of the test's reach";
+    const ObRef<ObNumber> yes = ObNumber::makeBool(true);
+    const std::string available = "0 {1 = 1; 2 = 0}", noMatch = "1 {1 = 1; 5 = 2}";
+    std::vector<std::string> identities;
+    // Identities are random to the test: each becomes "<id>", in a list.
+    auto withoutIdentities = [&](std::string text) {
+        for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos; at += 4) {
+            const std::size_t end = text.find('>', at);
+            identities.push_back(text.substr(at, end + 1 - at));
+            text.replace(at, end + 1 - at, "<id>");
+        }
+        return text;
+    };
+    ObRef<KVClient> client;
+    auto check = [&](const char* behaviour, std::vector<Answer> answers, const Texts& events,
+                     const std::string& expected, ObInteger policy,
+                     const ObRef<ObDictionary>& options = nullptr, bool answersScans = false) {
+        SCOPED_TRACE(behaviour);
+        auto delegate = ObMake<ScriptedDelegate>(std::move(answers), answersScans);
+        client = connect(delegate);
+        ASSERT_TRUE(client) << refusal;
+        EXPECT_EQ(withoutIdentities(outcome(start(client, options, policy))), expected);
+        Texts seen;
+        for (const std::string& event : delegate->events)
+            seen.push_back(withoutIdentities(event));
+        EXPECT_EQ(seen, events);
+    };
+    const std::string matched = "{1 = 1; 2 = <id>; 3 = 0; 4 = 0; 5 = 0}";
+    check("a retry, then a match", {},
+          {available, "1 {1 = 2; 5 = 0}", "1 {1 = 0; 5 = 1; 2 = <id>}"}, matched, 1);
+    check("a match of another finger", {}, {available, "1 {1 = 0; 5 = 1; 2 = <id>}"}, matched, 1);
+    check("a match of the first finger again", {}, {available, "1 {1 = 0; 5 = 1; 2 = <id>}"},
+          matched, 1);
+    ASSERT_EQ(identities.size(), 6u);
+    EXPECT_EQ(identities[0], identities[1]) << "the event's identity is the result's";
+    EXPECT_EQ(identities[0], identities[4]) << "one finger keeps its identity";
+    EXPECT_NE(identities[0], identities[2]) << "another finger has another";
+    EXPECT_EQ(identities[0].size(), 2u + 64) << "32 bytes";
+
+    check("no-matches use up option 1003", {}, {available, noMatch, "1 {1 = 5; 5 = 0}", noMatch},
+          "error -1: Authentication failed: too many ridge scans that did not match (2).", 1,
+          dict({{num(1003), num(2)}}));
+    check("policy 1000 hands over to the passcode", {response(right)},
+          {"0 {1 = 1; 2 = 1}", noMatch, asking(3), closing}, success, 1000,
+          dict({{num(1003), num(1)}}));
+    check("policy 1002 hands over to consent", {response(yes)},
+          {available, noMatch, noMatch, noMatch, "3 {0 = 1}", "3 {0 = 0}"}, consented, 1002);
+    check("a passphrase first leaves the reader alone", {response(right)},
+          {"0 {1 = 1; 2 = 1}", "4 {0 = 1; 5 = 3}", "4 {0 = 0}"}, passphraseSuccess, 1000,
+          dict({{num(1012), yes}}));
+    check("a reader unplugged mid-scan", {}, {available, "1 {1 = 6; 5 = 3}"},
+          "error -1001: The fingerprint reader was unplugged during the scan.", 1);
+    check("the delegate takes the fallback that option 1 offers", {response(yes)},
+          {available, "1 {1 = 3; 5 = 0}"},
+          "error -4: The user chose the fallback instead of the ridge scan.", 1,
+          dict({{num(1), str("Use Passcode")}}), true);
+    // The scan now waits for a finger; failing the event stops it.
+    check("a failed ridge-scan event stops the scan",
+          {[&](const KVUIReply&) { EXPECT_EQ(failEvent(client, 1, stop), "success"); }},
+          {available, "1 {1 = 4; 5 = 0}"}, "the caller's error", 1, nullptr, true);
+    check("a scan nobody touches times out", {}, {available},
+          "error -1003: The user did not authenticate in time.", 1, dict({{num(1001), num(1)}}));
+}
+
+} // namespace tessiva::test

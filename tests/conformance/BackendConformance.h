@@ -31,6 +31,9 @@ public:
     virtual std::string biometryRefusal() const = 0;
     // False when the service's ACL rule is out of the test's reach.
     virtual bool setACLRule(KVACLRule) { return false; }
+    // Gives the service the simulated reader, before the test's first
+    // connection; false for a service whose reader is out of reach.
+    virtual bool setReader(const KVSimulatedReader&) { return false; }
     // False when objects come back as equal copies (across processes).
     virtual bool keepsIdentity() const { return true; }
     // At the end of each test: whatever the backend runs must end cleanly.
@@ -53,6 +56,8 @@ using Texts = std::vector<std::string>;
 using Answer = std::function<void(const KVUIReply&)>;
 
 inline const std::string success = "{1 = 0; 3 = 1; 4 = 0; 5 = 0}", closing = "2 {0 = 0}";
+inline const std::string consented = "{1 = 0; 3 = 0; 4 = 1; 5 = 0}",
+                         passphraseSuccess = "{1 = 0; 3 = 0; 4 = 0; 5 = 1}";
 inline std::string asking(int attemptsLeft) {
     return "2 {0 = 1; 5 = " + std::to_string(attemptsLeft) + "}";
 }
@@ -90,22 +95,40 @@ inline std::string describe(bool succeeded, const ObRef<ObError>& error) {
     return describe(succeeded ? str("success") : nullptr, error);
 }
 
-// Records every event as "<event> <params>" and answers the active ones with
-// the scripted answers in turn, from inside the call, then no more. Tests
-// read the record after the evaluation's reply, which orders the reads.
+// Records every event as "<event> <params>" and answers the active ones
+// (and, when asked, the ridge-scan events) with the scripted answers in
+// turn, from inside the call, then no more. Tests read the record after the
+// evaluation's reply, which orders the reads.
 class ScriptedDelegate final : public KVUIDelegate {
 public:
-    explicit ScriptedDelegate(std::vector<Answer> answers) : script(std::move(answers)) {}
+    explicit ScriptedDelegate(std::vector<Answer> answers, bool answersScans = false)
+        : script(std::move(answers)), answersScans_(answersScans) {}
     void event_params_reply(ObInteger event, const ObRef<ObDictionary>& params,
                             KVUIReply reply) override {
         events.emplace_back(ObFormat("%ld %@", event, params)->text());
-        if (ob_cast<ObNumber>(params->objectForKey(num(0)))->boolValue() && next < script.size())
+        ObRef<ObNumber> active = ob_cast<ObNumber>(params->objectForKey(num(0)));
+        if (((active && active->boolValue()) || (answersScans_ && event == 1)) &&
+            next < script.size())
             script[next++](reply);
     }
     Texts events;
     std::vector<Answer> script;
     std::size_t next = 0;
+
+private:
+    const bool answersScans_;
 };
+
+// The simulated reader in its text form (TESSIVA_READER).
+inline std::string readerText(const KVSimulatedReader& reader) {
+    std::string text = reader.busy ? "busy" : reader.enrolledFingers.empty() ? "none" : "";
+    for (const std::string& finger : reader.enrolledFingers)
+        text += (text.empty() ? "" : ",") + finger;
+    for (std::size_t i = 0; i < reader.scans.size(); ++i)
+        text += (i == 0 ? ":" : ",") + std::to_string(reader.scans[i].status) +
+                (reader.scans[i].finger.empty() ? "" : "=" + reader.scans[i].finger);
+    return text;
+}
 
 // Calls on a backend, each reply put into words by describe. Requests other
 // than evaluations reply before they return.

@@ -58,8 +58,8 @@ TEST(PamTool, CtrlCAtThePromptStopsTheEvaluationAndExits130) {
 // honoured: here the simulated one, whose passcode PAM would refuse.
 TEST(PamTool, TheBackendTessivaServiceNamesAnswersInsteadOfPam) {
     ChildProcess running({TESSIVA_TOOL, "authenticate", "--user", pamUser},
-                         {"TESSIVA_SERVICE=simulated", "TESSIVA_PASSCODE=not-alices"}, true);
-    EXPECT_TRUE(running.write("not-alices\n"));
+                         {"TESSIVA_SERVICE=simulated", "TESSIVA_PASSCODE=97531"}, true);
+    EXPECT_TRUE(running.write("97531\n"));
     running.closeInput();
     EXPECT_THAT(running.readRest(), HasSubstr("UsedPasscode: 1\n"));
     EXPECT_EQ(exitCode(running), 0);

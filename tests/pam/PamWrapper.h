@@ -21,6 +21,9 @@ pamWrapperVariables(const std::filesystem::path& serviceDirectory) {
     const char* asan = std::getenv("ASAN_OPTIONS");
     const char* lsan = std::getenv("LSAN_OPTIONS");
     return {
+        // The system service asks the system bus for a fingerprint reader:
+        // these tests must never reach the machine's own bus.
+        {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tessiva-system-bus"},
         {"PAM_WRAPPER", "1"},
         {"PAM_WRAPPER_SERVICE_DIR", serviceDirectory.string()},
         {"LD_PRELOAD", TESSIVA_PAM_WRAPPER_LIBRARY},

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
-// tessiva authenticate: a VR caller's evaluation against the PAM service,
-// asking for the password on the terminal (or standard input) for each of
-// PAM's prompts. Ctrl-C stops the evaluation with StopEvents and exits 130.
+// tessiva authenticate: a VR caller's evaluation against the system service
+// (or the backend TESSIVA_SERVICE names),
+// answering each event on the terminal (or standard input): the password
+// (hidden) for each of PAM's prompts, consent as y or n, and the reader's
+// progress and availability shown as they come. Ctrl-C stops the evaluation
+// with StopEvents and exits 130.
 #include "Command.h"
 #include "PasswordPrompt.h"
 #include "tessiva/VRConstants.h"
@@ -14,6 +17,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <deque>
+#include <functional>
 #include <iostream>
 #include <mutex>
 #include <pthread.h>
@@ -33,6 +37,11 @@ struct Policy {
     std::string_view name;
     ObString* const* value;
 };
+// The policies' own names, which the translation knows apart (the constants
+// all share one value).
+constexpr std::string_view literalPolicies[] = {"DeviceOwnerAuthenticated",
+                                                "DeviceOwnerAuthenticatedWithBiometrics",
+                                                "DeviceOwnerConsentRidgescanPreferred"};
 #define POLICY(symbol)                                                                             \
     Policy {                                                                                       \
 #symbol, &symbol                                                                           \
@@ -71,9 +80,13 @@ Options readOptions(Arguments arguments) {
             const Policy* found = nullptr;
             for (const Policy& policy : policies)
                 found = policy.name == value ? &policy : found;
-            if (found == nullptr)
+            bool literal = false;
+            for (std::string_view name : literalPolicies)
+                literal = literal || name == value;
+            if (found == nullptr && !literal)
                 throw UsageError("unknown policy '" + value + "'");
-            options.policy = *found->value;
+            options.policy =
+                found != nullptr ? ObRef<ObString>(*found->value) : ObString::make(value);
         } else {
             throw UsageError("unknown option '" + std::string(flag) + "'; usage: tessiva " +
                              std::string(synopsis));
@@ -89,6 +102,10 @@ struct Message {
     ObRef<ObDictionary> params;
     VRUIReply reply;
     ObRef<ObError> error;
+    ObRef<ObString> event;
+    bool isInterrupt = false;
+
+    static Message interrupt() { return {false, nullptr, nullptr, nullptr, nullptr, true}; }
 };
 
 class Mailbox {
@@ -115,9 +132,9 @@ private:
 class PromptingDelegate final : public VRUIDelegate {
 public:
     explicit PromptingDelegate(Mailbox& mailbox) noexcept : mailbox_(mailbox) {}
-    void event_params_reply(const ObRef<ObString>&, const ObRef<ObDictionary>& params,
+    void event_params_reply(const ObRef<ObString>& event, const ObRef<ObDictionary>& params,
                             VRUIReply reply) override {
-        mailbox_.post({false, params, std::move(reply), nullptr});
+        mailbox_.post({false, params, std::move(reply), nullptr, event, false});
     }
     const char* className() const noexcept override { return "PromptingDelegate"; }
 
@@ -129,7 +146,9 @@ private:
 // which the prompt waits on beside standard input.
 class InterruptWatch {
 public:
-    InterruptWatch() {
+    // `interrupted` also hears of it, for waits that are not the prompt's.
+    explicit InterruptWatch(std::function<void()> interrupted)
+        : interrupted_(std::move(interrupted)) {
         if (pipe(fds_) != 0)
             throw std::runtime_error("cannot make a pipe");
         sigemptyset(&set_);
@@ -138,8 +157,10 @@ public:
         watcher_ = std::thread([this] {
             int signal = 0;
             sigwait(&set_, &signal);
-            if (!stopping_)
+            if (!stopping_) {
                 (void)!write(fds_[1], "!", 1);
+                interrupted_();
+            }
         });
     }
     ~InterruptWatch() {
@@ -153,6 +174,7 @@ public:
     int fd() const noexcept { return fds_[0]; }
 
 private:
+    const std::function<void()> interrupted_;
     int fds_[2] = {-1, -1};
     sigset_t set_{};
     std::atomic<bool> stopping_ = false;
@@ -165,32 +187,61 @@ bool isActive(const ObRef<ObDictionary>& params) {
     return active && active->boolValue();
 }
 
-std::string promptText(const ObRef<ObDictionary>& params, const std::string& user) {
+std::string promptText(const ObRef<ObDictionary>& params, const std::string& what,
+                       const std::string& user) {
     std::string text;
     if (ObRef<ObString> status =
             ob_cast<ObString>(params->objectForKey(VREventRidgeScanParamStatus)))
         text += std::string(status->text()) + "\n";
     ObRef<ObNumber> left =
         ob_cast<ObNumber>(params->objectForKey(VREventRidgeScanParamSimpleStatus));
-    text += "Password for " + user;
+    text += what + " for " + user;
     if (left)
         text += " (" + std::to_string(left->integerValue()) +
                 (left->integerValue() == 1 ? " attempt left)" : " attempts left)");
     return text + ": ";
 }
 
-// PAM in this process, unless TESSIVA_SERVICE names another backend (bus:
+// The system service in this process, unless TESSIVA_SERVICE names another backend (bus:
 // the deployed tessivad), which then answers as it would for any caller.
 bool environmentNamesOtherBackend() {
     const char* named = std::getenv("TESSIVA_SERVICE");
-    return named != nullptr && *named != '\0' && strcasecmp(named, "pam") != 0;
+    return named != nullptr && *named != '\0' && strcasecmp(named, "pam") != 0 &&
+           strcasecmp(named, "system") != 0;
 }
 
-void stopEvaluation(const ObRef<VRCredentialReference>& reference) {
+void stopEvaluation(const ObRef<VRCredentialReference>& reference, const ObRef<ObString>& event) {
     reference->sendClientRequest_params_reply(
-        VRClientRequestStopEvents,
-        ObDictionary::make({{VRClientRequestParamEvent, VREventPasscode}}),
+        VRClientRequestStopEvents, ObDictionary::make({{VRClientRequestParamEvent, event}}),
         [](ObRef<ObDictionary>, ObRef<ObError>) {});
+}
+
+bool is(const ObRef<ObString>& event, ObString* name) {
+    return event && event->isEqual(name);
+}
+
+// The reader's progress and what can be used, as lines on standard error.
+void showNotice(const ObRef<ObString>& event, const ObRef<ObDictionary>& params) {
+    static constexpr const char* statuses[] = {"matched",
+                                               "no match",
+                                               "scan again",
+                                               "swipe too short",
+                                               "finger not centred",
+                                               "remove your finger and try again",
+                                               "the reader was unplugged",
+                                               "the reader failed"};
+    if (ObRef<ObNumber> available =
+            ob_cast<ObNumber>(params->objectForKey(VREventParamAvailable))) {
+        std::cerr << (is(event, VREventRidgescan) ? "Ridge scan" : "Passcode")
+                  << (available->boolValue() ? ": available\n" : ": not available\n");
+        return;
+    }
+    ObRef<ObNumber> status = ob_cast<ObNumber>(params->objectForKey(VREventRidgeScanParamStatus));
+    if (!is(event, VREventRidgescan) || !status)
+        return;
+    const ObInteger value = status->integerValue();
+    std::cerr << "Ridge scan: " << (value >= 0 && value <= 7 ? statuses[value] : "unknown status")
+              << "\n";
 }
 
 void printResults(const ObRef<VRCredentialReference>& reference) {
@@ -209,13 +260,13 @@ int runAuthenticate(Arguments arguments) {
                                               ? ObRef<KVClientBackend>()
                                               : ObRef<KVClientBackend>(service));
     const std::string user = service->configuration().user;
-    const InterruptWatch interrupts;
     Mailbox mailbox;
+    const InterruptWatch interrupts([&mailbox] { mailbox.post(Message::interrupt()); });
 
     const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
     reference->setupWithCredentialHandle_uiDelegate_reply(
         nullptr, ObMake<PromptingDelegate>(mailbox), [&](ObRef<ObError> error) {
-            mailbox.post({true, nullptr, nullptr, error});
+            mailbox.post({true, nullptr, nullptr, error, nullptr, false});
         });
     Message setUp = mailbox.take();
     if (setUp.error) {
@@ -223,13 +274,21 @@ int runAuthenticate(Arguments arguments) {
         return exitLibraryError;
     }
     reference->evaluatePolicy_hints_reply(options.policy, nullptr, [&](ObRef<ObError> error) {
-        mailbox.post({true, nullptr, nullptr, error});
+        mailbox.post({true, nullptr, nullptr, error, nullptr, false});
     });
 
     PasswordPrompt prompt(interrupts.fd());
     bool interrupted = false;
+    // The event being processed, which Ctrl-C stops.
+    ObRef<ObString> current = VREventPasscode;
     for (;;) {
         Message message = mailbox.take();
+        if (message.isInterrupt) {
+            if (!interrupted)
+                stopEvaluation(reference, current);
+            interrupted = true;
+            continue;
+        }
         if (message.isOutcome) {
             if (interrupted) {
                 std::cerr << "tessiva: interrupted\n";
@@ -243,20 +302,32 @@ int runAuthenticate(Arguments arguments) {
             printResults(reference);
             return exitSuccess;
         }
-        if (!isActive(message.params) || interrupted)
+        if (interrupted || !message.params)
             continue;
-        switch (prompt.ask(promptText(message.params, user))) {
-        case PasswordPrompt::Outcome::line:
-            message.reply(
-                ObDictionary::make({{VREventConsentResponse, ObString::make(prompt.line())}}),
-                nullptr);
+        if (message.event && !message.params->objectForKey(VREventParamAvailable))
+            current = message.event;
+        if (!isActive(message.params)) {
+            showNotice(message.event, message.params);
+            continue;
+        }
+        const bool consent = is(message.event, VREventConsent);
+        const std::string what = is(message.event, VREventPassphrase) ? "Passphrase" : "Password";
+        switch (consent ? prompt.ask("Allow this for " + user + "? [y/n]: ", true)
+                        : prompt.ask(promptText(message.params, what, user))) {
+        case PasswordPrompt::Outcome::line: {
+            // The response key of every answer, a consent's or a password's.
+            ObRef<ObObject> answer = ObString::make(prompt.line());
+            if (consent)
+                answer = ObNumber::makeBool(prompt.line() == "y" || prompt.line() == "yes");
+            message.reply(ObDictionary::make({{VREventConsentResponse, answer}}), nullptr);
             break;
+        }
         case PasswordPrompt::Outcome::interrupted:
             interrupted = true;
-            stopEvaluation(reference);
+            stopEvaluation(reference, current);
             break;
         case PasswordPrompt::Outcome::endOfInput:
-            stopEvaluation(reference);
+            stopEvaluation(reference, current);
             break;
         }
     }

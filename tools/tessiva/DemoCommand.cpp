@@ -13,12 +13,16 @@
 
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
 namespace tessiva::tool {
 namespace {
 
 OB_CONSTANT_STRING(wrongPasscode, "0000");
 OB_CONSTANT_STRING(unknownRequest, "Cancel");
+// The reader of the sessions of step 6 and 7 (tessivad's test sets
+// TESSIVA_READER to the same).
+constexpr char demoReader[] = "right-index:2,0,1,1,1";
 
 void step(std::string_view title) {
     say("");
@@ -48,6 +52,7 @@ public:
         const ObRef<ObDictionary> hints = translateHints();
         evaluate(hints);
         readResults();
+        evaluateEachEventKind();
         sendRequestsOutsideAnEvaluation();
         invalidate(hints);
         step("Done: the session went as scripted.");
@@ -68,6 +73,11 @@ private:
         say(ObFormat("    service: the simulated default service; passcode \"%@\"",
                      service->passcode())
                 ->text());
+        // Set here too, so that TESSIVA_READER does not change the script; a
+        // daemon's service is given the same one.
+        service->setReader(*KVSimulatedService::readerFromText(demoReader));
+        say("    service: a reader with the right index finger enrolled; it will report a "
+            "retry, a match, then three fingers it does not know");
     }
 
     void setUpReference() {
@@ -157,8 +167,60 @@ private:
         }
     }
 
+    // One session per event kind: the reader's availability and progress, a
+    // consent and a passphrase, each with the results that tell them apart.
+    void evaluateEachEventKind() {
+        const ObRef<KVSimulatedService> service = KVSimulatedService::defaultService();
+        step("6. A ridge scan: availability, a retry, then a match");
+        session(ObString::make("DeviceOwnerAuthenticatedWithBiometrics"), nullptr,
+                {VRResultTagUsedRidgescan, VRResultTagRidgescanIdentity});
+        step("7. Consent: three scans that do not match, then the user's consent");
+        delegate_->script({[](const VRUIReply& reply) {
+            say("    delegate: answers {ConsentResponse = 1}, yes");
+            reply(ObDictionary::make({{VREventConsentResponse, ObNumber::makeBool(true)}}),
+                  nullptr);
+        }});
+        session(ObString::make("DeviceOwnerConsentRidgescanPreferred"), nullptr,
+                {VRResultTagUsedRidgescan, VRResultTagUsedYesNo});
+        step("8. A passphrase: the PassphraseFirst hint asks for one");
+        const ObRef<ObString> passcode = ObString::make(KVSimulatedService::defaultPasscode);
+        delegate_->script({[passcode](const VRUIReply& reply) {
+            say("    delegate: answers {ConsentResponse = " + printed(passcode) + "}");
+            reply(ObDictionary::make({{VREventConsentResponse, passcode}}), nullptr);
+        }});
+        session(VRPolicyDeviceOwnerAuthenticated,
+                ObDictionary::make({{VRHintPassphraseFirst, ObNumber::makeBool(true)}}),
+                {VRResultTagUsedPasscode, VRResultTagUsedPassphrase});
+    }
+
+    void session(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints,
+                 std::vector<ObString*> tags) {
+        say("    evaluatePolicy \"" + std::string(policy->text()) + "\" with hints " +
+            printed(hints));
+        bool replied = false;
+        ObRef<ObError> failure;
+        reference_->evaluatePolicy_hints_reply(policy, hints, [&](ObRef<ObError> error) {
+            loop_.post([&, error] {
+                failure = error;
+                replied = true;
+            });
+        });
+        loop_.runUntil([&] { return replied; });
+        say("    evaluation replied: " + outcome(failure));
+        if (failure)
+            offScript("the evaluation", failure);
+        for (ObString* tag : tags)
+            reference_->resultForTag_reply(tag, [&](ObRef<ObObject> value, ObRef<ObError> error) {
+                const bool identity = ob_cast<ObData>(value) != nullptr;
+                say("    resultForTag " + printed(tag) + ": " +
+                    (error      ? outcome(error)
+                     : identity ? "<32 bytes>"
+                                : printed(value)));
+            });
+    }
+
     void sendRequestsOutsideAnEvaluation() {
-        step("6. Client requests with no evaluation running");
+        step("9. Client requests with no evaluation running");
         say("    caller: sendClientRequest Cancel, a request the interface does not have");
         sendRequest(&unknownRequest, nullptr);
         const ObRef<ObDictionary> params =
@@ -168,7 +230,7 @@ private:
     }
 
     void invalidate(const ObRef<ObDictionary>& hints) {
-        step("7. Invalidation");
+        step("10. Invalidation");
         say("    invalidate");
         reference_->invalidate();
         say("    evaluatePolicy again");

@@ -3,6 +3,7 @@
 #include "DemoSession.h"
 
 #include "tessiva/VRConstants.h"
+#include "tessiva/object/ObDictionary.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObNumber.h"
 #include "tessiva/os/ObSemaphore.h"
@@ -54,11 +55,23 @@ void DemoDelegate::event_params_reply(const ObRef<ObString>& event,
 
 void DemoDelegate::handle(const ObRef<ObString>& event, const ObRef<ObDictionary>& params,
                           const VRUIReply& reply) {
-    say(ObFormat("    delegate: event %@ %@", event, params)->text());
+    // An identity is random to the session: printed by its size alone.
+    ObRef<ObDictionary> shown = params;
+    if (params && params->objectForKey(VREventRidgeScanParamIdentity)) {
+        ObRef<ObMutableDictionary> copy = ObMutableDictionary::make();
+        for (const auto& [key, value] : *params)
+            copy->setObject_forKey(key->isEqual(VREventRidgeScanParamIdentity)
+                                       ? ObRef<ObObject>(ObString::make("<32 bytes>"))
+                                       : value,
+                                   key);
+        shown = copy->copy();
+    }
+    say(ObFormat("    delegate: event %@ %@", event, shown)->text());
     const ObRef<ObNumber> active =
         ob_cast<ObNumber>(params ? params->objectForKey(VREventParamActive) : nullptr);
     if (!active || !active->boolValue()) {
-        say("    delegate: the passcode view may close; nothing to answer");
+        say(active ? "    delegate: the view may close; nothing to answer"
+                   : "    delegate: a notice; nothing to answer");
         return;
     }
     if (answers_.empty()) {

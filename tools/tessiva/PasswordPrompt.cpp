@@ -12,11 +12,11 @@
 namespace tessiva::tool {
 namespace {
 // Turns the terminal's echo off for its lifetime (nothing when not a
-// terminal), and ends the prompt's line.
+// terminal, or when the answer may be seen), and ends the prompt's line.
 class EchoOff {
 public:
-    EchoOff() {
-        if (isatty(STDIN_FILENO) && tcgetattr(STDIN_FILENO, &saved_) == 0) {
+    explicit EchoOff(bool enabled) : enabled_(enabled) {
+        if (enabled && isatty(STDIN_FILENO) && tcgetattr(STDIN_FILENO, &saved_) == 0) {
             termios quiet = saved_;
             quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
             active_ = tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
@@ -26,12 +26,14 @@ public:
         if (active_)
             tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved_);
         // The newline typed unseen, or never shown when the input is a script.
-        (void)!write(STDERR_FILENO, "\n", 1);
+        if (enabled_)
+            (void)!write(STDERR_FILENO, "\n", 1);
     }
     EchoOff(const EchoOff&) = delete;
     EchoOff& operator=(const EchoOff&) = delete;
 
 private:
+    const bool enabled_;
     termios saved_{};
     bool active_ = false;
 };
@@ -46,10 +48,10 @@ void PasswordPrompt::wipe() noexcept {
     length_ = 0;
 }
 
-PasswordPrompt::Outcome PasswordPrompt::ask(std::string_view prompt) {
+PasswordPrompt::Outcome PasswordPrompt::ask(std::string_view prompt, bool visible) {
     wipe();
     (void)!write(STDERR_FILENO, prompt.data(), prompt.size());
-    const EchoOff echoOff;
+    const EchoOff echoOff(!visible);
     for (;;) {
         pollfd fds[] = {{STDIN_FILENO, POLLIN, 0}, {interruptFd_, POLLIN, 0}};
         if (poll(fds, 2, -1) < 0) {

@@ -16,9 +16,10 @@ public:
     ~PasswordPrompt();
 
     enum class Outcome { line, endOfInput, interrupted };
-    // Writes the prompt to standard error and reads one line; the line, without
-    // its newline, is line() until the next ask or destruction.
-    Outcome ask(std::string_view prompt);
+    // Writes the prompt to standard error and reads one line, hidden unless
+    // `visible` (a yes or no); the line, without its newline, is line() until
+    // the next ask or destruction.
+    Outcome ask(std::string_view prompt, bool visible = false);
     std::string_view line() const noexcept { return {buffer_.data(), length_}; }
 
 private:

@@ -606,7 +606,9 @@ void Daemon::letGo(const std::string& id) {
     // Its evaluations end as if the process had stopped them.
     std::set<ObInteger> events =
         client.relay ? client.relay->raisedEvents() : std::set<ObInteger>{};
-    events.insert(2); // the passcode event, raised or not
+    // Whichever event the evaluation processes, raised or not (a scan may
+    // wait for a finger before it has raised anything).
+    events.insert({1, 2, 3, 4});
     for (ObInteger event : events)
         client.client->failProcessedEvent_failureError_reply(event, nullptr,
                                                              [](bool, ObRef<ObError>) {});

@@ -53,7 +53,9 @@ private:
 
 std::unique_ptr<HostedServices> hostedServicesNamed(const HostedServiceOptions& options,
                                                     bool systemBus, std::string& problem) {
-    const std::string name = !options.name.empty() ? options.name : systemBus ? "pam" : "simulated";
+    const std::string name = !options.name.empty() ? options.name
+                             : systemBus           ? "system"
+                                                   : "simulated";
     if (name == "simulated") {
         if (systemBus) {
             problem = "the simulated service cannot be hosted on the system bus: its one "
@@ -62,7 +64,7 @@ std::unique_ptr<HostedServices> hostedServicesNamed(const HostedServiceOptions& 
         }
         return std::make_unique<SharedService>(KVSimulatedService::make());
     }
-    if (name == "pam") {
+    if (name == "system" || name == "pam") {
         if (!KVPAMService::isSupported()) {
             problem = "PAM support is not built into Tessiva";
             return nullptr;

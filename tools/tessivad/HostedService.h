@@ -11,7 +11,7 @@
 
 namespace tessiva::daemon {
 // The names --service accepts, for the usage text.
-inline constexpr char hostedServiceNames[] = "simulated|pam";
+inline constexpr char hostedServiceNames[] = "simulated|system|pam";
 
 // The backend that serves each user. The simulated service is one for all
 // users; the PAM service is one per user, made on the user's first call with

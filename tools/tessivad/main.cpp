@@ -27,12 +27,11 @@ constexpr char usage[] =
     "  --system                the system bus, for deployment (the default for root)\n"
     "  --session               the session bus (the default for other users)\n"
     "  --address ADDRESS       the bus at ADDRESS (as in DBUS_SESSION_BUS_ADDRESS)\n"
-    "  --service NAME          the hosted service: pam (the default on the system bus)\n"
+    "  --service NAME          the hosted service: system, or pam (PAM and the\n"
+    "                          fingerprint reader; the default on the system bus),\n"
     "                          or simulated (the default elsewhere; refused on the\n"
     "                          system bus, where its one passcode would let anyone in)\n"
     "  --pam-service NAME      the PAM service that judges passcodes (tessiva)\n"
-    "  --pam-biometric-service NAME\n"
-    "                          the PAM service for biometrics only (none: unavailable)\n"
     "  --idle-seconds N        how long a context outlives its last client (300; 0: not at all)\n"
     "  --max-contexts N        contexts per user (64)\n"
     "  --max-evaluations N     evaluations in flight per user (8)\n"
@@ -116,7 +115,6 @@ enum Option : int {
     optAddress,
     optService,
     optPamService,
-    optPamBiometricService,
     optIdleSeconds,
     optMaxContexts,
     optMaxEvaluations,
@@ -137,7 +135,6 @@ constexpr option longOptions[] = {
     {"address", required_argument, nullptr, optAddress},
     {"service", required_argument, nullptr, optService},
     {"pam-service", required_argument, nullptr, optPamService},
-    {"pam-biometric-service", required_argument, nullptr, optPamBiometricService},
     {"idle-seconds", required_argument, nullptr, optIdleSeconds},
     {"max-contexts", required_argument, nullptr, optMaxContexts},
     {"max-evaluations", required_argument, nullptr, optMaxEvaluations},
@@ -204,9 +201,6 @@ int main(int argc, char** argv) {
             break;
         case optPamService:
             options.service.pam.service = value;
-            break;
-        case optPamBiometricService:
-            options.service.pam.biometricService = value;
             break;
         case optIdleSeconds:
             options.limits.idleTime = std::chrono::seconds(count);

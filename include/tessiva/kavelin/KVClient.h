@@ -33,9 +33,27 @@
 // to the delegate of the client that started it. creatorDisplayName names
 // the process that made the context.
 //
-// Policy evaluation. Policies 1000 to 1007 are satisfied by the user's
-// passcode; policy 1 needs a ridge scan (a backend without one fails it with
-// KVErrorBiometryNotAvailable). Before it starts, an evaluation is refused,
+// Policy evaluation. What satisfies each policy:
+//   1     a ridge scan alone. No reader, or one that cannot serve the user,
+//         fails it once it has started, before any scan (see Ridge scans);
+//         so does taking the fallback (KVErrorUserFallback, "The user chose
+//         the fallback instead of the ridge scan."), and using up option
+//         1003 fails it with KVErrorAuthenticationFailed, "Authentication
+//         failed: too many ridge scans that did not match (N)."
+//   1000  a ridge scan when the reader has a finger enrolled for the user,
+//         then the password once option 1003 is used up or the delegate
+//         takes the fallback; otherwise the password. With option 1012 the
+//         password comes first, and the ridge scan only once option 1004 is
+//         used up
+//   1001  the user's consent (event 3)
+//   1002  consent, after a ridge scan as policy 1000 has it
+//   1003 to 1007  the password
+// The password is the passcode (event 2, result 3 UsedPasscode) unless
+// option 1012 is true or the backend says its secret is a passphrase (the
+// simulated service: a passcode not all digits); then it is the passphrase
+// (event 4, result 5 UsedPassphrase), asked, answered, counted and closed
+// exactly as the passcode below ("passphrase" for "passcode" in messages).
+// Before it starts, an evaluation is refused,
 // in this order of checks, with:
 //   KVErrorInvalidContext         the context was invalidated
 //   KVErrorInvalidParameter       an unknown policy ("Unknown policy: N")
@@ -76,8 +94,46 @@
 // is ignored), and calls its reply only after that call has returned. With no
 // delegate, or with the event filtered out (option 1007), nothing is raised
 // and only enterPassword can answer.
-// Success replies {1: false, 3: true, 4: false, 5: false}: a passcode, and
-// no ridge scan, yes/no or passphrase, was used.
+// Success replies, by what decided it: {1: false, 3: true, 4: false,
+// 5: false} for a passcode; 5 true instead of 3 for a passphrase; 4 true
+// (UsedYesNo) for consent; {1: true, 2: identity, 3: false, 4: false,
+// 5: false} for a ridge scan.
+//
+// Ridge scans. An evaluation that may scan first asks the backend's reader
+// about the user (in process the process's user, through the daemon the
+// calling process's user, never another). A machine with a reader then gets
+// an availability report: event 0, needing no answer, with {1: a ridge scan
+// can be used by this evaluation, 2: the password can} (both booleans); a
+// machine without one reports nothing. The report comes at the start only:
+// the reader does not tell of being plugged in or out. Each status of the
+// reader raises event 1 (ridge scan), which needs no answer, with
+//   1 (Status)        0 match, 1 no match, 2 scan again, 3 swipe too short,
+//                     4 finger not centred, 5 remove and retry, 6 the reader
+//                     was unplugged, 7 another error
+//   5 (SimpleStatus)  0 scanning (2 to 5: the attempt goes on), 1 matched,
+//                     2 not matched, 3 failed (6, 7)
+//   2 (Identity)      on a match: 32 bytes (ObData), the same for one
+//                     enrolled finger of one user under one key and telling
+//                     nothing else: HMAC-SHA-256 of user and finger under the
+//                     service's key (the simulated service's own random one;
+//                     else the machine's, made owner-only in the daemon's
+//                     $STATE_DIRECTORY or the user's $XDG_STATE_HOME/tessiva)
+// Each no-match counts against option 1003. With option 1 set, an answer to
+// a ridge-scan event whose response 0 is a true number takes the fallback:
+// the scan stops at once. Failing event 1 (failProcessedEvent), the time-out
+// and invalidation stop the scan at once, with their codes. A reader that
+// cannot serve the user fails the evaluation (policies 1000 and 1002 pass
+// it over instead) with KVErrorBiometryNotEnrolled when no finger is
+// enrolled, else KVErrorBiometryNotAvailable: no reader, in use by another
+// program, unplugged during the scan, access refused, or failed; the
+// message says which. Ridge scans do not count against the daemon's
+// guessing limits.
+//
+// Consent. Event 3 with {0: true}; the answer's response 0 decides: a true
+// number is yes (UsedYesNo), any other value no (KVErrorUserCancel, "The
+// user declined to give consent."); an error fails the evaluation with it,
+// neither keeps waiting. Once raised, event 3 is closed with {0: false} as
+// the password's events are. enterPassword does not answer it.
 //
 // Options, by number; a malformed value fails with KVErrorInvalidParameter:
 //   1000  a number; true fails with KVErrorNotInteractive, and raises nothing
@@ -85,24 +141,34 @@
 //         counted from the start (longer than 366 days counts as 366 days);
 //         then KVErrorTimedOut, "The user did not authenticate in time.".
 //         Without it the evaluation waits until it is answered or stopped
+//   1     anything: the fallback's title; offers the fallback during scans
+//   1003  a positive number: the ridge scans that may fail to match
+//         (default 3)
 //   1004  a positive number: the passcode failures allowed (default 3)
 //   1007  a dictionary naming the events the caller wants raised: the
 //         passcode event is raised only when it holds the key 2 (processing
 //         form) or "EventPasscode" (filter form). The processing entry for 2
 //         may be a dictionary holding parameter 0; when that is true the
-//         event carries 3 and 4. Without option 1007 the event is raised
+//         event carries 3 and 4. Events 1, 3 and 4 are chosen alike (1 or
+//         "EventRidgescan", 3 or "EventConsent", 4 or "EventPassphrase").
+//         Without option 1007 every event is raised; the availability
+//         report always is
+//   1012  a number: true asks the passphrase rather than the passcode, and
+//         under policy 1000 asks it before the ridge scan
 //   1009 and every other option are accepted and ignored.
 //
-// Client requests. failProcessedEvent_failureError_reply with event 2 makes
-// the running evaluation fail with the given error object, exactly as given
+// Client requests. failProcessedEvent_failureError_reply with the event the
+// running evaluation is processing (1 while it scans, 2 or 4 while it asks
+// the password, 3 while it asks consent; any of them before it has begun)
+// makes it fail with the given error object, exactly as given
 // (KVErrorAppCancel when it is absent or not an ObError), and replies
 // success; with another event, or when the evaluation already has its
 // outcome or is failing, it replies KVErrorNoEventProcessed.
 // enterPassword_reply hands the password to the running evaluation's
-// current passcode event (raised or not) and replies success; it replies
-// KVErrorNoEventProcessed when no evaluation is running, when it already has
-// its outcome or is failing, or when the current event already has its
-// answer.
+// current passcode or passphrase event (raised or not) and replies success;
+// it replies KVErrorNoEventProcessed when no evaluation is running, when it
+// already has its outcome or is failing, when it is scanning or asking
+// consent, or when the current event already has its answer.
 //
 // ACL evaluation asks the service's ACL rule and replies an empty dictionary,
 // or KVErrorACLDenied; its options are not read.
@@ -144,8 +210,8 @@ public:
     // absent). With no backend installed, the backend that the environment
     // variable TESSIVA_SERVICE names (read once) answers: unset, empty or
     // "simulated" is the simulated service (KVSimulatedService::
-    // defaultService()), "pam" a KVPAMService configured from the environment
-    // (KVPAMService::configurationFromEnvironment()), "bus" the daemon
+    // defaultService()), "system" (or "pam") a KVPAMService configured from
+    // the environment (KVPAMService::configurationFromEnvironment()), "bus" the daemon
     // (KVBusService::make()). "none", or any other name, is no default: with
     // no backend installed, the request then replies at once, on the calling
     // thread, with an absent client and a KVErrorDomain error of code

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// KVPAMService: a KVClient backend that authenticates a real user, by default
-// the one the process runs as, through PAM (the system's pluggable
-// authentication modules). Select it for a whole process with the
-// environment variable TESSIVA_SERVICE=pam, or install it with
-// KVSetClientBackend.
+// KVPAMService: the system service, a KVClient backend that authenticates a
+// real user, by default the one the process runs as: the password through
+// PAM (the system's pluggable authentication modules), ridge scans through
+// the machine's fingerprint reader. Select it for a whole process with the
+// environment variable TESSIVA_SERVICE=system (or its older name, pam), or
+// install it with KVSetClientBackend.
 //
 // Shape. The service keeps the contract of KVClient.h, with the same
 // implementation as KVSimulatedService: contexts, handles and restore by
@@ -27,7 +28,17 @@
 // option 1004 and asks again; the time-out, StopEvents, invalidation and a
 // declining delegate end a pending prompt at once, the conversation returning
 // PAM_CONV_ERR so that PAM unwinds, with the codes the contract gives.
-// After a successful authentication pam_acct_mgmt runs.
+// After a successful authentication pam_acct_mgmt runs. PAM's prompt is the
+// passcode event unless option 1012 asks for the passphrase event: PAM does
+// not say what kind of secret it wants. A PAM stack with a fingerprint module
+// still works as any PAM service, its texts travelling as parameter 1.
+//
+// Ridge scans. Policies 1, 1000 and 1002 scan as KVClient.h says, through
+// the machine's reader as fprintd offers it on the system bus, for the user
+// the process runs as (through the daemon: the calling user). Without a
+// reader they are refused with the reason: "no fingerprint reader: cannot
+// reach the system bus: …" when there is no bus or no fprintd, "built
+// without fprintd support" in a build without it.
 //
 // Codes particular to PAM (KVErrorDomain, with the VR code they become):
 //   KVErrorAuthenticationFailed (-1, VR -1)   PAM does not know the user
@@ -41,8 +52,6 @@
 //                                             no such PAM service, a module
 //                                             error, visible input asked for,
 //                                             or PAM support not built in
-//   KVErrorBiometryNotAvailable (-1001, VR -6) policy 1 (ridge scan) with no
-//                                             biometric PAM service configured
 // Every message names PAM's own error text and the user; none ever holds a
 // password. A password is copied only into the response that PAM takes over
 // (and frees); Tessiva wipes its own copies as soon as they are handed on.
@@ -63,8 +72,8 @@ struct KVPAMConfiguration {
     std::string service = "tessiva";
     // The user to authenticate; empty is the user the process runs as.
     std::string user;
-    // The PAM service for policy 1 (biometrics only); empty fails that policy
-    // with KVErrorBiometryNotAvailable.
+    // Ignored: policy 1 scans through the reader. Kept so that the
+    // structure's layout stays as callers were built with.
     std::string biometricService;
 };
 
@@ -73,9 +82,8 @@ public:
     // A new service with no contexts.
     static ObRef<KVPAMService> make(KVPAMConfiguration configuration);
     // The default configuration with what the environment overrides:
-    // TESSIVA_PAM_SERVICE names the service, TESSIVA_PAM_USER the user,
-    // TESSIVA_PAM_BIOMETRIC_SERVICE the service for policy 1 (empty or unset
-    // variables leave the default).
+    // TESSIVA_PAM_SERVICE names the service, TESSIVA_PAM_USER the user
+    // (empty or unset variables leave the default).
     static KVPAMConfiguration configurationFromEnvironment();
     // Whether this build of Tessiva has PAM support.
     static bool isSupported() noexcept;

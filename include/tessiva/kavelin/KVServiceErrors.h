@@ -19,7 +19,13 @@ inline constexpr ObInteger KVErrorUserCancel = -2;
 // The application stopped the evaluation, by invalidating its context or by
 // failing its event without an error object (VR -9).
 inline constexpr ObInteger KVErrorAppCancel = -7;
-// The policy needs a ridge-scan sensor, which the device lacks (VR -6).
+// The user took the fallback that option 1 offers during a ridge scan of a
+// policy with nothing to fall back to (VR -3).
+inline constexpr ObInteger KVErrorUserFallback = -4;
+// The reader has no finger enrolled for the user (VR -7).
+inline constexpr ObInteger KVErrorBiometryNotEnrolled = -5;
+// The policy needs a ridge-scan sensor that the device lacks, or that cannot
+// serve the user now (in use by another program, unplugged, refused) (VR -6).
 inline constexpr ObInteger KVErrorBiometryNotAvailable = -1001;
 // The ACL rule refused the operation (VR -1000).
 inline constexpr ObInteger KVErrorACLDenied = -1002;

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
-// The evaluation: attempts judged by the service's verifier, each answered
-// through rounds of the passcode event, until an outcome.
+// The evaluation: its stages (ridge scans, the password, consent), the
+// password's attempts judged by the service's verifier, each answered through
+// rounds of the passcode or passphrase event, until an outcome.
 #include "Evaluation.h"
 
 #include "NoticeDelegate.h"
+#include "RidgeIdentity.h"
 #include "ServiceContext.h"
 #include "ServiceErrors.h"
 #include "ServiceVocabulary.h"
@@ -13,6 +15,7 @@
 #include "tessiva/object/ObNumber.h"
 
 #include <exception>
+#include <thread>
 
 namespace tessiva::detail {
 namespace {
@@ -22,18 +25,45 @@ OB_CONSTANT_STRING(timedOutMessage, "The user did not authenticate in time.");
 OB_CONSTANT_STRING(unknownExceptionMessage,
                    "The user-interface delegate raised an exception of an unknown type.");
 OB_CONSTANT_STRING(declinedMessage, "The user declined to enter the passcode.");
+OB_CONSTANT_STRING(declinedPassphraseMessage, "The user declined to enter the passphrase.");
+OB_CONSTANT_STRING(declinedConsentMessage, "The user declined to give consent.");
 OB_CONSTANT_STRING(verifierFailedMessage, "The authentication service failed unexpectedly.");
+OB_CONSTANT_STRING(readerFailedMessage, "The fingerprint reader failed unexpectedly.");
+OB_CONSTANT_STRING(fallbackMessage, "The user chose the fallback instead of the ridge scan.");
+OB_CONSTANT_STRING(noPasswordMessage, "The service has no password to ask for.");
 
 ObRef<ObNumber> number(ObInteger value) {
     return ObNumber::make(value);
 }
 
-// What the user authenticated with: the passcode alone.
-ObRef<ObDictionary> successResult() {
-    return ObDictionary::make({{number(1), ObNumber::makeBool(false)},
-                               {number(3), ObNumber::makeBool(true)},
-                               {number(4), ObNumber::makeBool(false)},
-                               {number(5), ObNumber::makeBool(false)}});
+// What the user authenticated with; a ridge scan's result also says which
+// finger it was, by its identity.
+ObRef<ObDictionary> successResult(ObInteger used, const ObRef<ObData>& identity = nullptr) {
+    ObRef<ObMutableDictionary> result = ObMutableDictionary::make();
+    result->setObject_forKey(ObNumber::makeBool(used == usedRidgescanResult),
+                             number(usedRidgescanResult));
+    if (identity)
+        result->setObject_forKey(identity, number(ridgescanIdentityResult));
+    for (ObInteger other : {usedPasscodeResult, usedYesNoResult, usedPassphraseResult})
+        result->setObject_forKey(ObNumber::makeBool(used == other), number(other));
+    return result->copy();
+}
+
+ObInteger simpleStatus(const ScanReport& report) {
+    if (!report.done)
+        return simpleStatusScanning;
+    switch (report.status) {
+    case ScanStatus::match:
+        return simpleStatusMatched;
+    case ScanStatus::noMatch:
+        return simpleStatusNotMatched;
+    default:
+        return simpleStatusFailed;
+    }
+}
+
+bool isAuthenticationFailure(const ObRef<ObError>& error) {
+    return error && error->code() == KVErrorAuthenticationFailed;
 }
 } // namespace
 
@@ -48,27 +78,336 @@ private:
     Evaluation& evaluation_;
 };
 
-Evaluation::Evaluation(EvaluationOptions options, ObRef<Verifier> verifier,
+Evaluation::Evaluation(EvaluationOptions options, ObInteger policy, Methods methods,
                        ObRef<KVUIDelegate> delegate, ObRef<ServiceContext> context,
                        ObRef<AttemptGuard> guard, KVResultReply reply)
-    : options_(options), verifier_(std::move(verifier)), delegate_(std::move(delegate)),
-      context_(std::move(context)), guard_(std::move(guard)), reply_(std::move(reply)) {}
+    : options_(options), policy_(policy), verifier_(std::move(methods.password)),
+      scanner_(std::move(methods.scanner)), user_(std::move(methods.user)),
+      identityKey_(std::move(methods.identityKey)),
+      passphrase_(options.passphraseFirst || (verifier_ && verifier_->judgesPassphrase())),
+      delegate_(std::move(delegate)), context_(std::move(context)), guard_(std::move(guard)),
+      reply_(std::move(reply)) {
+    const unsigned scan = scanner_ ? 1u << ridgescanEvent : 0, password = 1u << promptEvent(),
+                   consent = 1u << consentEvent;
+    switch (policy) {
+    case 1:
+        stageEvents_ = scanner_ ? scan : password;
+        break;
+    case 1000:
+        stageEvents_ = scan | password;
+        break;
+    case 1001:
+        stageEvents_ = consent;
+        break;
+    case 1002:
+        stageEvents_ = scan | consent;
+        break;
+    default:
+        stageEvents_ = password;
+    }
+}
 
 void Evaluation::run() {
     if (options_.timeout)
         deadline_ = std::chrono::steady_clock::now() + *options_.timeout;
+    Outcome outcome = evaluate();
+    {
+        std::lock_guard lock(mutex_);
+        ended_ = true;
+    }
+    raiseClosingEvents();
+    // A delegate may keep an unanswered reply, which holds this evaluation;
+    // the verifier and the reader let go of what they hold on this thread.
+    delegate_ = nullptr;
+    verifier_ = nullptr;
+    scanner_ = nullptr;
+    context_->finish(*this);
+    KVResultReply reply = std::move(reply_);
+    reply(outcome.result, outcome.error);
+}
+
+Evaluation::Outcome Evaluation::evaluate() {
+    constexpr ObInteger ridgeScanPolicy = 1, passcodePolicy = 1000, consentPolicy = 1001,
+                        consentScanPolicy = 1002;
+    const ReaderState reader = readerState();
+    const bool canScan = reader.problem == ReaderProblem::none;
+    // Only a machine with a reader has anything to report.
+    if (scanner_ && reader.problem != ReaderProblem::noReader)
+        reportAvailability(canScan && (policy_ == ridgeScanPolicy || policy_ == passcodePolicy ||
+                                       policy_ == consentScanPolicy));
+    switch (policy_) {
+    case ridgeScanPolicy: {
+        if (!scanner_) // a service that judges policy 1 by its password verifier
+            return passwordStage();
+        if (!canScan)
+            return readerFailure(reader.problem, reader.message);
+        ScanEnd end = ridgeStage();
+        if (end.outcome)
+            return *end.outcome;
+        if (end.fallbackTaken)
+            return {nullptr, kvError(KVErrorUserFallback, &fallbackMessage)};
+        return {nullptr, kvError(KVErrorAuthenticationFailed,
+                                 ObFormat("Authentication failed: too many ridge scans that "
+                                          "did not match (%ld).",
+                                          end.failures))};
+    }
+    case passcodePolicy:
+        if (!canScan)
+            return passwordStage();
+        if (options_.passphraseFirst) {
+            Outcome first = passwordStage();
+            if (!isAuthenticationFailure(first.error))
+                return first;
+            {
+                std::lock_guard lock(mutex_);
+                if (failure_ || timedOut_)
+                    return first;
+                ended_ = false;
+            }
+            ScanEnd end = ridgeStage();
+            return end.outcome ? *end.outcome : first;
+        } else {
+            ScanEnd end = ridgeStage();
+            return end.outcome ? *end.outcome : passwordStage();
+        }
+    case consentPolicy:
+        return consentStage();
+    case consentScanPolicy:
+        if (canScan) {
+            ScanEnd end = ridgeStage();
+            if (end.outcome)
+                return *end.outcome;
+        }
+        return consentStage();
+    default:
+        return passwordStage();
+    }
+}
+
+ReaderState Evaluation::readerState() {
+    if (!scanner_)
+        return {};
+    try {
+        return scanner_->state(user_);
+    } catch (...) {
+        return {ReaderProblem::failed, {}, std::string(readerFailedMessage.text())};
+    }
+}
+
+void Evaluation::reportAvailability(bool canScan) {
+    if (!delegate_)
+        return;
+    // What this evaluation can use: consent policies take no password.
+    const bool password = verifier_ && policy_ != 1 && policy_ != 1001 && policy_ != 1002;
+    raiseEvent(availabilityEvent,
+               ObDictionary::make({{number(ridgescanEvent), ObNumber::makeBool(canScan)},
+                                   {number(passcodeEvent), ObNumber::makeBool(password)}}),
+               [](ObRef<ObDictionary>, ObRef<ObError>) {});
+}
+
+void Evaluation::enterStage(ObInteger event) {
+    std::lock_guard lock(mutex_);
+    stageEvent_ = event;
+}
+
+std::optional<Evaluation::Outcome> Evaluation::forcedOutcome() {
+    std::lock_guard lock(mutex_);
+    if (failure_) {
+        ended_ = true;
+        return Outcome{nullptr, failure_};
+    }
+    if (!timedOut_ && deadline_ && std::chrono::steady_clock::now() >= *deadline_)
+        ended_ = timedOut_ = true;
+    if (timedOut_)
+        return Outcome{nullptr, kvError(KVErrorTimedOut, &timedOutMessage)};
+    return std::nullopt;
+}
+
+Evaluation::Outcome Evaluation::passwordStage() {
+    enterStage(promptEvent());
+    if (!verifier_)
+        return {nullptr, kvError(KVErrorServiceUnavailable, &noPasswordMessage)};
     std::optional<Outcome> outcome;
     while (!outcome)
         outcome = judge(attempt());
-    if (raised_)
-        raiseClosingEvent();
-    // A delegate may keep an unanswered reply, which holds this evaluation;
-    // the verifier lets go of what it holds in the service on this thread.
-    delegate_ = nullptr;
-    verifier_ = nullptr;
-    context_->finish(*this);
-    KVResultReply reply = std::move(reply_);
-    reply(outcome->result, outcome->error);
+    return *outcome;
+}
+
+Evaluation::ScanEnd Evaluation::ridgeStage() {
+    enterStage(ridgescanEvent);
+    ScanEnd end;
+    for (;;) {
+        if (std::optional<Outcome> forced = forcedOutcome())
+            return {forced};
+        ScanStop stop;
+        {
+            std::lock_guard lock(mutex_);
+            scanStop_ = &stop;
+        }
+        // The reader knows no deadline: this stops it at the time-out.
+        std::thread watcher;
+        if (deadline_)
+            watcher = std::thread([this, &stop] {
+                std::unique_lock lock(mutex_);
+                if (!changed_.wait_until(lock, *deadline_,
+                                         [this] { return scanStop_ == nullptr || failure_; })) {
+                    ended_ = timedOut_ = true;
+                    stop.request();
+                }
+            });
+        ScanOutcome scanned;
+        try {
+            scanned = scanner_->scan(
+                user_, [this](const ScanReport& report) { reportScan(report); }, stop);
+        } catch (...) {
+            scanned = {ReaderProblem::failed, {}, std::string(readerFailedMessage.text()), false};
+        }
+        bool fallback = false;
+        {
+            std::lock_guard lock(mutex_);
+            scanStop_ = nullptr;
+            fallback = fallbackTaken_;
+        }
+        changed_.notify_all();
+        if (watcher.joinable())
+            watcher.join();
+        if (std::optional<Outcome> forced = forcedOutcome())
+            return {forced};
+        if (fallback) {
+            end.fallbackTaken = true;
+            return end;
+        }
+        if (scanned.problem != ReaderProblem::none)
+            return {readerFailure(scanned.problem, scanned.message)};
+        if (scanned.stopped)
+            return {readerFailure(ReaderProblem::failed, scanned.message)};
+        switch (scanned.last.status) {
+        case ScanStatus::match:
+            return {scanSuccess(scanned.last.finger)};
+        case ScanStatus::noMatch:
+            if (++end.failures >= options_.maxRidgescanFailures)
+                return end;
+            break;
+        case ScanStatus::disconnected:
+            return {readerFailure(ReaderProblem::unplugged, scanned.message)};
+        default:
+            return {readerFailure(ReaderProblem::failed, scanned.message)};
+        }
+    }
+}
+
+void Evaluation::reportScan(const ScanReport& report) {
+    if (!delegate_ || !options_.raises(ridgescanEvent))
+        return;
+    ObRef<ObMutableDictionary> params = ObMutableDictionary::make();
+    params->setObject_forKey(number(ObInteger(report.status)), number(scanStatusParameter));
+    params->setObject_forKey(number(simpleStatus(report)), number(scanSimpleStatusParameter));
+    if (report.done && report.status == ScanStatus::match)
+        params->setObject_forKey(
+            ObRef<ObObject>(ridgescanIdentity(identityKey_, user_, report.finger)),
+            number(scanIdentityParameter));
+    ObRef<Evaluation> self(this);
+    raiseEvent(ridgescanEvent, params->copy(),
+               [self](ObRef<ObDictionary> response, ObRef<ObError> error) {
+                   self->answerScan(response, error);
+               });
+}
+
+void Evaluation::answerScan(const ObRef<ObDictionary>& response, const ObRef<ObError>& error) {
+    if (error) {
+        fail(error);
+        return;
+    }
+    ObRef<ObNumber> answer =
+        response ? ob_cast<ObNumber>(response->objectForKey(number(passcodeResponse))) : nullptr;
+    if (!options_.offersFallback || !answer || !answer->boolValue())
+        return;
+    std::lock_guard lock(mutex_);
+    if (ended_ || failure_ || stageEvent_ != ridgescanEvent || fallbackTaken_)
+        return;
+    fallbackTaken_ = true;
+    if (scanStop_)
+        scanStop_->request();
+}
+
+Evaluation::Outcome Evaluation::readerFailure(ReaderProblem problem, const std::string& message) {
+    static constexpr const char* fallbacks[] = {
+        "The fingerprint reader failed unexpectedly.",
+        "This device has no fingerprint reader.",
+        "No finger is enrolled for the user.",
+        "The fingerprint reader is in use by another program.",
+        "The fingerprint reader was unplugged during the scan.",
+        "The fingerprint reader's service refused access.",
+        "The fingerprint reader failed unexpectedly.",
+    };
+    const std::string text = message.empty() ? fallbacks[int(problem)] : message;
+    const ObInteger code = problem == ReaderProblem::notEnrolled ? KVErrorBiometryNotEnrolled
+                                                                 : KVErrorBiometryNotAvailable;
+    return {nullptr, kvError(code, ObString::make(text))};
+}
+
+Evaluation::Outcome Evaluation::scanSuccess(const std::string& finger) {
+    return {successResult(usedRidgescanResult, ridgescanIdentity(identityKey_, user_, finger)),
+            nullptr};
+}
+
+Evaluation::Outcome Evaluation::consentStage() {
+    enterStage(consentEvent);
+    if (delegate_ && options_.raises(consentEvent)) {
+        ObRef<Evaluation> self(this);
+        raiseEvent(consentEvent,
+                   ObDictionary::make({{number(activeParameter), ObNumber::makeBool(true)}}),
+                   [self](ObRef<ObDictionary> response, ObRef<ObError> error) {
+                       self->answerConsent(response, error);
+                   });
+        raised_ |= 1u << consentEvent;
+    }
+    std::unique_lock lock(mutex_);
+    auto answered = [this] { return failure_ || consent_; };
+    if (!deadline_)
+        changed_.wait(lock, answered);
+    else if (!changed_.wait_until(lock, *deadline_, answered))
+        ended_ = timedOut_ = true;
+    lock.unlock();
+    if (std::optional<Outcome> forced = forcedOutcome())
+        return *forced;
+    if (!*consent_)
+        return {nullptr, kvError(KVErrorUserCancel, &declinedConsentMessage)};
+    return {successResult(usedYesNoResult), nullptr};
+}
+
+void Evaluation::answerConsent(const ObRef<ObDictionary>& response, const ObRef<ObError>& error) {
+    {
+        std::lock_guard lock(mutex_);
+        if (ended_ || failure_ || consent_ || stageEvent_ != consentEvent)
+            return;
+        ObRef<ObObject> answer =
+            response ? response->objectForKey(number(passcodeResponse)) : nullptr;
+        if (error) {
+            failure_ = error;
+        } else if (ObRef<ObNumber> yesNo = ob_cast<ObNumber>(answer)) {
+            consent_ = yesNo->boolValue();
+        } else if (answer) {
+            consent_ = false;
+        } else {
+            return; // acknowledged; the answer may come later
+        }
+    }
+    changed_.notify_all();
+}
+
+void Evaluation::raiseEvent(ObInteger event, const ObRef<ObDictionary>& params, KVUIReply reply) {
+    try {
+        delegate_->event_params_reply(event, params, std::move(reply));
+    } catch (const std::exception& exception) {
+        // Most likely a reply the delegate could not translate; tell the caller.
+        fail(kvError(
+            KVErrorInvalidParameter,
+            ObFormat("The user-interface delegate raised an exception: %s", exception.what())));
+    } catch (...) {
+        // Anything else would end the process from this service thread.
+        fail(kvError(KVErrorInvalidParameter, &unknownExceptionMessage));
+    }
 }
 
 Verification Evaluation::attempt() {
@@ -108,7 +447,9 @@ bool Evaluation::stopped() {
 bool Evaluation::enterPasscode(ObRef<ObObject> passcode) {
     {
         std::lock_guard lock(mutex_);
-        if (ended_ || failure_ || roundAnswered_)
+        const ObInteger wanted = promptEvent();
+        if (ended_ || failure_ || roundAnswered_ ||
+            (stageEvent_ != 0 ? stageEvent_ != wanted : !(stageEvents_ & (1u << wanted))))
             return false;
         roundAnswered_ = true;
         pendingPasscode_ = std::move(passcode);
@@ -123,6 +464,8 @@ bool Evaluation::fail(ObRef<ObError> error) {
         if (ended_ || failure_)
             return false;
         failure_ = std::move(error);
+        if (scanStop_)
+            scanStop_->request();
     }
     changed_.notify_all();
     if (guard_)
@@ -130,10 +473,20 @@ bool Evaluation::fail(ObRef<ObError> error) {
     return true;
 }
 
+bool Evaluation::failEvent(ObInteger event, ObRef<ObError> error) {
+    {
+        std::lock_guard lock(mutex_);
+        if (event < ridgescanEvent || event > passphraseEvent ||
+            (stageEvent_ != 0 ? stageEvent_ != event : !(stageEvents_ & (1u << event))))
+            return false;
+    }
+    return fail(std::move(error));
+}
+
 std::optional<Evaluation::Prompt> Evaluation::nextPrompt() {
     std::lock_guard lock(mutex_);
     std::string notice = std::exchange(notice_, {});
-    if (!delegate_ || !options_.raisesPasscodeEvent || roundAnswered_ || failure_)
+    if (!delegate_ || !options_.raises(promptEvent()) || roundAnswered_ || failure_)
         return std::nullopt;
     return Prompt{round_, options_.maxPasscodeFailures - failures_, std::move(notice)};
 }
@@ -149,27 +502,18 @@ void Evaluation::raise(const Prompt& prompt) {
         parameters->setObject_forKey(&remoteViewName, number(remoteViewNameParameter));
     }
     ObRef<Evaluation> self(this);
-    try {
-        delegate_->event_params_reply(
-            passcodeEvent, parameters->copy(),
-            [self, round = prompt.round](ObRef<ObDictionary> response, ObRef<ObError> error) {
-                self->answerEvent(round, response, error);
-            });
-    } catch (const std::exception& exception) {
-        // Most likely a reply the delegate could not translate; tell the caller.
-        fail(kvError(
-            KVErrorInvalidParameter,
-            ObFormat("The user-interface delegate raised an exception: %s", exception.what())));
-    } catch (...) {
-        // Anything else would end the process from this service thread.
-        fail(kvError(KVErrorInvalidParameter, &unknownExceptionMessage));
-    }
+    raiseEvent(promptEvent(), parameters->copy(),
+               [self, round = prompt.round](ObRef<ObDictionary> response, ObRef<ObError> error) {
+                   self->answerEvent(round, response, error);
+               });
 }
 
-void Evaluation::raiseClosingEvent() {
+void Evaluation::raiseClosingEvents() {
     // The outcome is decided; the delegate's answer or failure changes nothing.
-    notify(*delegate_, passcodeEvent,
-           ObDictionary::make({{number(activeParameter), ObNumber::makeBool(false)}}));
+    for (ObInteger event : {passcodeEvent, consentEvent, passphraseEvent})
+        if (raised_ & (1u << event))
+            notify(*delegate_, event,
+                   ObDictionary::make({{number(activeParameter), ObNumber::makeBool(false)}}));
 }
 
 std::optional<SecretText> Evaluation::awaitAnswer() {
@@ -183,7 +527,7 @@ std::optional<SecretText> Evaluation::awaitAnswer() {
     }
     if (std::optional<Prompt> prompt = nextPrompt()) {
         raise(*prompt);
-        raised_ = true;
+        raised_ |= 1u << promptEvent();
     }
     std::unique_lock lock(mutex_);
     auto answered = [this] { return failure_ || pendingPasscode_; };
@@ -224,7 +568,8 @@ std::optional<Evaluation::Outcome> Evaluation::judge(const Verification& verific
         return Outcome{nullptr, kvError(KVErrorTimedOut, &timedOutMessage)};
     if (!attemptSpoiled_ && verification.verdict == Verdict::accepted) {
         ended_ = true;
-        return Outcome{successResult(), nullptr};
+        return Outcome{successResult(passphrase_ ? usedPassphraseResult : usedPasscodeResult),
+                       nullptr};
     }
     if (!attemptSpoiled_ && verification.verdict == Verdict::failed) {
         ended_ = true;
@@ -233,10 +578,11 @@ std::optional<Evaluation::Outcome> Evaluation::judge(const Verification& verific
     attemptSpoiled_ = false;
     if (++failures_ >= options_.maxPasscodeFailures) {
         ended_ = true;
-        return Outcome{nullptr, kvError(KVErrorAuthenticationFailed,
-                                        ObFormat("Authentication failed: too many wrong "
-                                                 "passcodes (%ld).",
-                                                 failures_))};
+        return Outcome{nullptr,
+                       kvError(KVErrorAuthenticationFailed,
+                               ObFormat("Authentication failed: too many wrong "
+                                        "%s (%ld).",
+                                        passphrase_ ? "passphrases" : "passcodes", failures_))};
     }
     ++round_;
     roundAnswered_ = false;
@@ -248,7 +594,7 @@ void Evaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& respon
                              const ObRef<ObError>& error) {
     {
         std::lock_guard lock(mutex_);
-        if (ended_ || failure_ || roundAnswered_ || round != round_)
+        if (ended_ || failure_ || roundAnswered_ || round != round_ || stageEvent_ != promptEvent())
             return;
         ObRef<ObObject> answer =
             response ? response->objectForKey(number(passcodeResponse)) : nullptr;
@@ -258,7 +604,8 @@ void Evaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& respon
             roundAnswered_ = true;
             pendingPasscode_ = std::move(answer);
         } else if (answer) {
-            failure_ = kvError(KVErrorUserCancel, &declinedMessage);
+            failure_ = kvError(KVErrorUserCancel,
+                               passphrase_ ? &declinedPassphraseMessage : &declinedMessage);
         } else {
             return; // acknowledged; the passcode may still come by enterPassword
         }

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Evaluation: one policy evaluation of a Tessiva service, which asks for the
-// passcode through the passcode event until its verifier accepts an answer,
-// or the evaluation is refused, stopped or out of time.
+// Evaluation: one policy evaluation of a Tessiva service. By its policy it
+// runs one or two stages: ridge scans through the service's reader (the
+// ridge-scan event), the password (the passcode or the passphrase event,
+// until its verifier accepts an answer) or the user's consent (the consent
+// event); until a stage decides, or the evaluation is stopped or out of time.
 #pragma once
 
 #include "AttemptGuard.h"
 #include "EvaluationOptions.h"
+#include "ServiceVocabulary.h"
 #include "Verifier.h"
 #include "tessiva/kavelin/KVClient.h"
 
@@ -13,16 +16,30 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 namespace tessiva::detail {
 class ServiceContext;
 
+// What an evaluation may use to decide.
+struct Methods {
+    // Judges the password; absent only for policy 1.
+    ObRef<Verifier> password;
+    // The service's reader; absent when it has none.
+    ObRef<RidgeScanner> scanner;
+    // Whose fingers the reader verifies.
+    std::string user;
+    // Keys the identity of a matching finger.
+    std::string identityKey;
+};
+
 class Evaluation final : public ObObject {
 public:
-    // With a guard, each attempt waits for the user's turn and counts
-    // against the user's failures.
-    Evaluation(EvaluationOptions options, ObRef<Verifier> verifier, ObRef<KVUIDelegate> delegate,
-               ObRef<ServiceContext> context, ObRef<AttemptGuard> guard, KVResultReply reply);
+    // With a guard, each password attempt waits for the user's turn and
+    // counts against the user's failures.
+    Evaluation(EvaluationOptions options, ObInteger policy, Methods methods,
+               ObRef<KVUIDelegate> delegate, ObRef<ServiceContext> context,
+               ObRef<AttemptGuard> guard, KVResultReply reply);
 
     // Runs the evaluation to its end and replies; on a service thread.
     void run();
@@ -33,6 +50,9 @@ public:
     // Makes the evaluation fail with the error; false when it has ended or
     // already fails.
     bool fail(ObRef<ObError> error);
+    // As fail, when the evaluation is processing the event (or has not yet
+    // begun a stage).
+    bool failEvent(ObInteger event, ObRef<ObError> error);
 
     const char* className() const noexcept override;
 
@@ -42,16 +62,40 @@ private:
         ObRef<ObDictionary> result;
         ObRef<ObError> error;
     };
+    struct ScanEnd {
+        // Absent: the stage hands over (its failures used up, or the
+        // delegate took the fallback).
+        std::optional<Outcome> outcome;
+        bool fallbackTaken = false;
+        ObInteger failures = 0;
+    };
     struct Prompt {
         ObUInteger round;
         ObInteger attemptsLeft;
         std::string notice;
     };
+    Outcome evaluate();
+    ReaderState readerState();
+    void reportAvailability(bool canScan);
+    Outcome passwordStage();
+    ScanEnd ridgeStage();
+    void reportScan(const ScanReport& report);
+    void answerScan(const ObRef<ObDictionary>& response, const ObRef<ObError>& error);
+    Outcome consentStage();
+    void answerConsent(const ObRef<ObDictionary>& response, const ObRef<ObError>& error);
+    // The outcome that a failure or the time-out forces, if any.
+    std::optional<Outcome> forcedOutcome();
+    Outcome readerFailure(ReaderProblem problem, const std::string& message);
+    Outcome scanSuccess(const std::string& finger);
+    void enterStage(ObInteger event);
+    // Raises an event; a throwing delegate fails the evaluation.
+    void raiseEvent(ObInteger event, const ObRef<ObDictionary>& params, KVUIReply reply);
+    ObInteger promptEvent() const noexcept { return passphrase_ ? passphraseEvent : passcodeEvent; }
     // The passcode event to raise for the current round; none when there is
     // nobody to ask, the caller filtered it out, or it is answered already.
     std::optional<Prompt> nextPrompt();
     void raise(const Prompt& prompt);
-    void raiseClosingEvent();
+    void raiseClosingEvents();
     // The answer to the current round, once given; absent when the evaluation
     // stops first or the answer is no passcode (which spoils the attempt).
     std::optional<SecretText> awaitAnswer();
@@ -65,19 +109,34 @@ private:
                      const ObRef<ObError>& error);
 
     const EvaluationOptions options_;
+    const ObInteger policy_;
     // Read and cleared by the evaluation's own thread only.
     ObRef<Verifier> verifier_;
+    ObRef<RidgeScanner> scanner_;
+    const std::string user_;
+    const std::string identityKey_;
+    // The password prompt is the passphrase event.
+    const bool passphrase_;
     ObRef<KVUIDelegate> delegate_;
     const ObRef<ServiceContext> context_;
     const ObRef<AttemptGuard> guard_;
     KVResultReply reply_;
     std::optional<std::chrono::steady_clock::time_point> deadline_;
-    bool raised_ = false;
+    // The prompt events raised (bit N for event N), to close at the end.
+    unsigned raised_ = 0;
     // The current attempt got a passcode to judge.
     bool attemptAnswered_ = false;
 
     std::mutex mutex_;
     std::condition_variable changed_;
+    // The event of the current stage; 0 before the first.
+    ObInteger stageEvent_ = 0;
+    // The events of the stages its policy may run (bit N for event N).
+    unsigned stageEvents_ = 0;
+    // The scan in progress, to stop from other threads.
+    ScanStop* scanStop_ = nullptr;
+    bool fallbackTaken_ = false;
+    std::optional<bool> consent_;
     ObInteger failures_ = 0;
     // Each raised passcode event is one round; a wrong passcode, or a second
     // question in one attempt, starts the next.

@@ -11,18 +11,27 @@
 
 namespace tessiva::detail {
 namespace {
+constexpr ObInteger fallbackOption = 1;
 constexpr ObInteger nonInteractiveOption = 1000;
 constexpr ObInteger timeoutOption = 1001;
+constexpr ObInteger maxRidgescanFailuresOption = 1003;
 constexpr ObInteger maxPasscodeFailuresOption = 1004;
 constexpr ObInteger eventProcessingOption = 1007;
+constexpr ObInteger passphraseFirstOption = 1012;
 // Longer waits are as good as none, and keep the deadline from overflowing.
 constexpr std::chrono::seconds longestTimeout = std::chrono::hours(24 * 366);
 
+OB_CONSTANT_STRING(ridgescanEventName, "EventRidgescan");
 OB_CONSTANT_STRING(passcodeEventName, "EventPasscode");
+OB_CONSTANT_STRING(consentEventName, "EventConsent");
+OB_CONSTANT_STRING(passphraseEventName, "EventPassphrase");
 OB_CONSTANT_STRING(nonInteractiveMessage, "Option 1000 (non-interactive) must be a number.");
 OB_CONSTANT_STRING(timeoutMessage, "Option 1001 (time-out) must be a positive number of seconds.");
 OB_CONSTANT_STRING(maxFailuresMessage,
                    "Option 1004 (maximum passcode failures) must be a positive number.");
+OB_CONSTANT_STRING(maxScanFailuresMessage,
+                   "Option 1003 (maximum ridge-scan failures) must be a positive number.");
+OB_CONSTANT_STRING(passphraseFirstMessage, "Option 1012 (passphrase first) must be a number.");
 OB_CONSTANT_STRING(eventProcessingMessage, "Option 1007 (event processing) must be a dictionary.");
 
 ObRef<ObObject> option(const ObRef<ObDictionary>& options, ObInteger key) {
@@ -44,8 +53,14 @@ bool readPositive(const ObRef<ObDictionary>& options, ObInteger key,
 }
 
 void readEventProcessing(const ObDictionary& processing, EvaluationOptions& result) {
+    ObConstantString* const names[] = {&ridgescanEventName, &passcodeEventName, &consentEventName,
+                                       &passphraseEventName};
+    result.raisedEvents = 0;
+    for (ObInteger event = 1; event <= 4; ++event)
+        if (processing.objectForKey(ObNumber::make(event)) ||
+            processing.objectForKey(names[event - 1]))
+            result.raisedEvents |= 1u << event;
     ObRef<ObObject> byNumber = processing.objectForKey(ObNumber::make(passcodeEvent));
-    result.raisesPasscodeEvent = byNumber || processing.objectForKey(&passcodeEventName);
     if (ObRef<ObDictionary> parameters = ob_cast<ObDictionary>(byNumber)) {
         ObRef<ObNumber> remoteView =
             ob_cast<ObNumber>(parameters->objectForKey(ObNumber::make(remoteViewProcessing)));
@@ -80,6 +95,18 @@ std::optional<EvaluationOptions> EvaluationOptions::read(const ObRef<ObDictionar
     if (!readPositive(options, maxPasscodeFailuresOption, failures))
         return fail(maxFailuresMessage, error);
     result.maxPasscodeFailures = failures.value_or(result.maxPasscodeFailures);
+    std::optional<ObInteger> scanFailures;
+    if (!readPositive(options, maxRidgescanFailuresOption, scanFailures))
+        return fail(maxScanFailuresMessage, error);
+    result.maxRidgescanFailures = scanFailures.value_or(result.maxRidgescanFailures);
+    if (ObRef<ObObject> object = option(options, passphraseFirstOption)) {
+        ObRef<ObNumber> number = ob_cast<ObNumber>(object);
+        if (!number)
+            return fail(passphraseFirstMessage, error);
+        result.passphraseFirst = number->boolValue();
+    }
+    // Whatever names the fallback (its button's title, usually) offers it.
+    result.offersFallback = option(options, fallbackOption) != nullptr;
     if (ObRef<ObObject> object = option(options, eventProcessingOption)) {
         ObRef<ObDictionary> processing = ob_cast<ObDictionary>(object);
         if (!processing)

@@ -6,10 +6,13 @@
 #include "ServiceErrors.h"
 #include "ServiceThread.h"
 #include "ServiceVocabulary.h"
+#include "platform/os/UserName.h"
 #include "tessiva/brindle/KVErrorHelper.h"
 #include "tessiva/kavelin/KVServiceErrors.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObMake.h"
+
+#include <unistd.h>
 
 namespace tessiva::detail {
 namespace {
@@ -57,16 +60,26 @@ ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDi
     if (!isKnownPolicy(policy))
         return kvError(KVErrorInvalidParameter, ObFormat("Unknown policy: %ld", policy));
     ObRef<ObError> error;
-    ObRef<Verifier> verifier = service_->verifiers()->verifierForPolicy(policy, requester_, &error);
-    if (!verifier)
-        return error;
+    const ObRef<VerifierSource>& source = service_->verifiers();
+    Methods methods;
+    methods.scanner = source->ridgeScanner();
+    // Policy 1 needs no password, unless the service judges it by one.
+    if (policy != ridgeScanPolicy || !methods.scanner) {
+        methods.password = source->verifierForPolicy(policy, requester_, &error);
+        if (!methods.password)
+            return error;
+    }
+    // A daemon says whose fingers; in process they are the process's user's.
+    methods.user = requester_.user.empty() ? userName(geteuid()) : requester_.user;
+    if (methods.scanner)
+        methods.identityKey = source->identityKey();
     std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);
     if (!read)
         return error;
     if (!read->interactive)
         return kvError(KVErrorNotInteractive, &notInteractiveMessage);
 
-    auto evaluation = ObMake<Evaluation>(*read, std::move(verifier), delegate_, context_,
+    auto evaluation = ObMake<Evaluation>(*read, policy, std::move(methods), delegate_, context_,
                                          requester_.guard, reply);
     if (ObRef<ObError> refused = context_->begin(evaluation))
         return refused;
@@ -113,11 +126,11 @@ void ServiceClient::failProcessedEvent_failureError_reply(ObInteger event,
         reply(false, invalidatedContextError());
         return;
     }
-    ObRef<Evaluation> running = event == passcodeEvent ? context_->runningEvaluation() : nullptr;
+    ObRef<Evaluation> running = context_->runningEvaluation();
     ObRef<ObError> error = ob_cast<ObError>(failureError);
     if (!error)
         error = kvError(KVErrorAppCancel, &stoppedMessage);
-    if (!running || !running->fail(error)) {
+    if (!running || !running->failEvent(event, error)) {
         reply(false, kvError(KVErrorNoEventProcessed,
                              ObFormat("No evaluation is processing event %ld.", event)));
         return;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "Requester.h"
+#include "RidgeScanner.h"
 #include "SecretText.h"
 #include "tessiva/object/ObError.h"
 
@@ -51,6 +52,9 @@ struct Verification {
 class Verifier : public ObObject {
 public:
     virtual Verification verify(Conversation& conversation) = 0;
+    // The secret it judges is a passphrase (the passphrase event asks for
+    // it), not a passcode.
+    virtual bool judgesPassphrase() const { return false; }
 };
 
 // What a service adds to the shared machinery.
@@ -61,5 +65,9 @@ public:
     // policy on this service.
     virtual ObRef<Verifier> verifierForPolicy(ObInteger policy, const Requester& requester,
                                               ObRef<ObError>* error) = 0;
+    // The service's fingerprint reader; absent when it has none.
+    virtual ObRef<RidgeScanner> ridgeScanner() { return nullptr; }
+    // The key of the ridge-scan identities (see RidgeIdentity.h).
+    virtual std::string identityKey() { return {}; }
 };
 } // namespace tessiva::detail

@@ -19,10 +19,13 @@ KVPAMConfiguration withUser(KVPAMConfiguration configuration) {
     return configuration;
 }
 
-const BackendRegistration registration{"pam", [] {
-                                           return ObRef<KVClientBackend>(KVPAMService::make(
-                                               KVPAMService::configurationFromEnvironment()));
-                                       }};
+ObRef<KVClientBackend> systemService() {
+    return KVPAMService::make(KVPAMService::configurationFromEnvironment());
+}
+
+// "pam" is the system service's older name.
+const BackendRegistration registration{"system", systemService};
+const BackendRegistration pamRegistration{"pam", systemService};
 
 void overrideFrom(std::string& setting, const char* variable) {
     const char* value = std::getenv(variable);
@@ -57,7 +60,6 @@ KVPAMConfiguration KVPAMService::configurationFromEnvironment() {
     KVPAMConfiguration configuration;
     tessiva::detail::overrideFrom(configuration.service, "TESSIVA_PAM_SERVICE");
     tessiva::detail::overrideFrom(configuration.user, "TESSIVA_PAM_USER");
-    tessiva::detail::overrideFrom(configuration.biometricService, "TESSIVA_PAM_BIOMETRIC_SERVICE");
     return configuration;
 }
 

@@ -3,7 +3,9 @@
 // pam_authenticate per attempt, pam_acct_mgmt once the user is known.
 #include "PamConversation.h"
 #include "PamSupport.h"
+#include "services/core/RidgeIdentity.h"
 #include "services/core/ServiceErrors.h"
+#include "services/fprint/FprintScanner.h"
 #include "tessiva/object/ObFormat.h"
 #include "tessiva/object/ObMake.h"
 
@@ -11,11 +13,6 @@
 
 namespace tessiva::detail {
 namespace {
-constexpr ObInteger ridgeScanPolicy = 1;
-
-OB_CONSTANT_STRING(noBiometricServiceMessage,
-                   "No PAM service is configured for biometric authentication.");
-
 class PamVerifier final : public Verifier {
 public:
     PamVerifier(std::string service, std::string user, const Requester& requester)
@@ -146,21 +143,20 @@ public:
     explicit PamVerifierSource(KVPAMConfiguration configuration)
         : configuration_(std::move(configuration)) {}
 
-    ObRef<Verifier> verifierForPolicy(ObInteger policy, const Requester& requester,
-                                      ObRef<ObError>* error) override {
-        if (policy != ridgeScanPolicy)
-            return ObMake<PamVerifier>(configuration_.service, configuration_.user, requester);
-        if (configuration_.biometricService.empty()) {
-            *error = kvError(KVErrorBiometryNotAvailable, &noBiometricServiceMessage);
-            return nullptr;
-        }
-        return ObMake<PamVerifier>(configuration_.biometricService, configuration_.user, requester);
+    // Every policy's password is PAM's; policy 1 never asks, as the system
+    // service always has its reader (which may report that there is none).
+    ObRef<Verifier> verifierForPolicy(ObInteger, const Requester& requester,
+                                      ObRef<ObError>*) override {
+        return ObMake<PamVerifier>(configuration_.service, configuration_.user, requester);
     }
+    ObRef<RidgeScanner> ridgeScanner() override { return scanner_; }
+    std::string identityKey() override { return machineIdentityKey(); }
 
     const char* className() const noexcept override { return "PamVerifierSource"; }
 
 private:
     const KVPAMConfiguration configuration_;
+    const ObRef<RidgeScanner> scanner_ = makeFprintScanner();
 };
 } // namespace
 

@@ -2,6 +2,7 @@
 // Comparing an answer with the simulated service's passcode.
 #include "PasscodeVerifier.h"
 
+#include "services/core/RidgeIdentity.h"
 #include "services/core/ServiceErrors.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 #include "tessiva/object/ObMake.h"
@@ -32,6 +33,13 @@ public:
         return {right ? Verdict::accepted : Verdict::rejected, nullptr};
     }
 
+    bool judgesPassphrase() const override {
+        for (char c : passcode_->text())
+            if (c < '0' || c > '9')
+                return true;
+        return false;
+    }
+
     const char* className() const noexcept override { return "PasscodeVerifier"; }
 
 private:
@@ -39,15 +47,22 @@ private:
 };
 } // namespace
 
-PasscodeVerifierSource::PasscodeVerifierSource() : passcode_(passcodeFromEnvironment()) {}
+PasscodeVerifierSource::PasscodeVerifierSource()
+    : passcode_(passcodeFromEnvironment()), scanner_(ObMake<ScriptedScanner>()),
+      identityKey_(freshIdentityKey()) {}
 
 ObRef<Verifier> PasscodeVerifierSource::verifierForPolicy(ObInteger policy, const Requester&,
                                                           ObRef<ObError>* error) {
+    // Asked for policy 1 only when the device has no reader.
     if (policy == ridgeScanPolicy) {
         *error = kvError(KVErrorBiometryNotAvailable, &noSensorMessage);
         return nullptr;
     }
     return ObMake<PasscodeVerifier>(passcode());
+}
+
+ObRef<RidgeScanner> PasscodeVerifierSource::ridgeScanner() {
+    return scanner_->present() ? ObRef<RidgeScanner>(scanner_) : nullptr;
 }
 
 void PasscodeVerifierSource::setPasscode(const ObRef<ObString>& passcode) {

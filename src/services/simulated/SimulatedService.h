@@ -4,6 +4,7 @@
 #pragma once
 
 #include "PasscodeVerifier.h"
+#include "ScriptedScanner.h"
 #include "services/core/ServiceCore.h"
 #include "tessiva/kavelin/KVSimulatedService.h"
 
@@ -18,6 +19,7 @@ public:
     void setPasscode(const ObRef<ObString>& passcode) override;
     ObRef<ObString> passcode() override;
     void setACLRule(KVACLRule rule) override;
+    void replaceReader(KVSimulatedReader reader);
 
     const char* className() const noexcept override;
 
