@@ -8,6 +8,10 @@
 #include "bus/PrivateBus.h"
 #include "services/dbus/SdBus.h"
 #include "support/Deadline.h"
+#include "support/RecordingUIDelegate.h"
+#include "tessiva/VRConstants.h"
+#include "tessiva/VRCredentialReference.h"
+#include "tessiva/kavelin/KVPAMService.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -383,6 +387,45 @@ TEST_F(FprintdTest, NoticesTheReaderUnpluggedMidScan) {
     const ScanOutcome outcome = scanWith({"UNPLUG"});
     EXPECT_EQ(outcome.problem, ReaderProblem::unplugged) << outcome.message;
     EXPECT_FALSE(outcome.stopped);
+}
+
+// A VR caller asking for a fingerprint gets it from the system service:
+// the ridge-scan event with fprintd's match, and the results that say so;
+// a finger that does not match, once the caller allows one failure, fails.
+TEST_F(FprintdTest, TheSystemServiceVerifiesAVRCallersFingerprint) {
+    enrol();
+    const KVScopedClientBackend installed(KVPAMService::make({"tessiva", user, ""}));
+    for (const char* scan : {print, "SCAN someone-else"}) {
+        const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
+        const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
+        SharedList<ObRef<ObError>> replies;
+        auto record = [&](ObRef<ObError> error) { replies.add(std::move(error)); };
+        reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
+        ASSERT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
+        reference->evaluatePolicy_hints_reply(
+            ObString::make(std::string_view("DeviceOwnerAuthenticatedWithBiometrics")),
+            ObDictionary::make({{VRHintMaxRidgescanFailures, ObNumber::make(1)}}), record);
+        awaitVerifying();
+        play(scan);
+        const ObRef<ObError> error = replies.waitFor(1, "the evaluation's reply");
+        std::string statuses;
+        for (const auto& event : delegate->events())
+            if (event.params && event.params->objectForKey(VREventRidgeScanParamStatus))
+                statuses += ObFormat("%@;", event.params->objectForKey(VREventRidgeScanParamStatus))
+                                ->text();
+        if (scan == print) {
+            EXPECT_EQ(error, nullptr);
+            EXPECT_EQ(statuses, "0;");
+            EXPECT_EQ(ObFormat("%@", reference->resultForTag(VRResultTagUsedRidgescan))->text(),
+                      "1");
+            EXPECT_TRUE(ob_cast<ObData>(reference->resultForTag(VRResultTagRidgescanIdentity)));
+        } else {
+            ASSERT_NE(error, nullptr);
+            EXPECT_EQ(statuses, "1;");
+        }
+        reference->invalidate();
+        expectReleased();
+    }
 }
 
 class RefusingFprintdTest : public FprintdTest {

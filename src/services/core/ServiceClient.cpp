@@ -69,8 +69,11 @@ ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDi
         if (!methods.password)
             return error;
     }
-    // A daemon says whose fingers; in process they are the process's user's.
-    methods.user = requester_.user.empty() ? userName(geteuid()) : requester_.user;
+    // The service's user if it has one (the system service's, which is the
+    // caller's in a daemon), else the daemon's caller, else the process's.
+    methods.user = source->userToScan();
+    if (methods.user.empty())
+        methods.user = requester_.user.empty() ? userName(geteuid()) : requester_.user;
     if (methods.scanner)
         methods.identityKey = source->identityKey();
     std::optional<EvaluationOptions> read = EvaluationOptions::read(options, &error);

@@ -69,5 +69,8 @@ public:
     virtual ObRef<RidgeScanner> ridgeScanner() { return nullptr; }
     // The key of the ridge-scan identities (see RidgeIdentity.h).
     virtual std::string identityKey() { return {}; }
+    // Whose fingers the reader verifies for the requester; empty: the
+    // requester's user (a daemon's caller), else the process's own.
+    virtual std::string userToScan() const { return {}; }
 };
 } // namespace tessiva::detail

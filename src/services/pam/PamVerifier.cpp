@@ -151,6 +151,9 @@ public:
     }
     ObRef<RidgeScanner> ridgeScanner() override { return scanner_; }
     std::string identityKey() override { return machineIdentityKey(); }
+    // The fingers of the user whose password PAM checks, so that the two
+    // proofs are of one person.
+    std::string userToScan() const override { return configuration_.user; }
 
     const char* className() const noexcept override { return "PamVerifierSource"; }
 
