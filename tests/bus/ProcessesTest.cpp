@@ -35,6 +35,10 @@ INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
                          ::testing::Values(BackendMaker{
                              "ThroughDaemon", [] { return std::make_unique<DaemonSimulated>(); }}),
                          backendName);
+INSTANTIATE_TEST_SUITE_P(Simulated, ScriptedReaderConformanceTest,
+                         ::testing::Values(BackendMaker{
+                             "ThroughDaemon", [] { return std::make_unique<DaemonSimulated>(); }}),
+                         backendName);
 
 using detail::bus::MessageRef;
 

@@ -217,4 +217,8 @@ protected:
     const std::string right = backend->rightPasscode(), wrong = backend->wrongPasscode();
 };
 
+// The same, on backends whose reader the test scripts (setReader): the
+// system service's reader is fprintd's, which tests/fprint drives.
+class ScriptedReaderConformanceTest : public BackendConformanceTest {};
+
 } // namespace tessiva::test

@@ -29,6 +29,10 @@ INSTANTIATE_TEST_SUITE_P(Simulated, BackendConformanceTest,
                          ::testing::Values(BackendMaker{
                              "InProcess", [] { return std::make_unique<InProcessSimulated>(); }}),
                          backendName);
+INSTANTIATE_TEST_SUITE_P(Simulated, ScriptedReaderConformanceTest,
+                         ::testing::Values(BackendMaker{
+                             "InProcess", [] { return std::make_unique<InProcessSimulated>(); }}),
+                         backendName);
 
 // What a passcode the service is given leaves it accepting.
 std::string evaluateWith(const ObRef<KVSimulatedService>& service, const char* answer) {
