@@ -66,12 +66,18 @@ struct Options {
 
 Options readOptions(Arguments arguments) {
     Options options;
-    for (std::size_t index = 0; index < arguments.size(); index += 2) {
-        const std::string_view flag = arguments[index];
-        if (index + 1 >= arguments.size())
-            throw UsageError("missing value for '" + std::string(flag) + "'; usage: tessiva " +
-                             std::string(synopsis));
-        const std::string value(arguments[index + 1]);
+    for (std::size_t index = 0; index < arguments.size(); ++index) {
+        // "--name value" or "--name=value", as getopt_long takes them.
+        std::string_view flag = arguments[index];
+        std::string value;
+        if (const auto equals = flag.find('='); flag.starts_with("--") && equals != flag.npos) {
+            value = flag.substr(equals + 1);
+            flag = flag.substr(0, equals);
+        } else if (index + 1 < arguments.size()) {
+            value = arguments[++index];
+        } else {
+            throw UsageError("option '" + std::string(flag) + "' requires an argument");
+        }
         if (flag == "--service") {
             options.configuration.service = value;
         } else if (flag == "--user") {
@@ -88,8 +94,7 @@ Options readOptions(Arguments arguments) {
             options.policy =
                 found != nullptr ? ObRef<ObString>(*found->value) : ObString::make(value);
         } else {
-            throw UsageError("unknown option '" + std::string(flag) + "'; usage: tessiva " +
-                             std::string(synopsis));
+            throw UsageError("unrecognized option '" + std::string(flag) + "'");
         }
     }
     return options;

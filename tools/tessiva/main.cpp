@@ -71,10 +71,14 @@ constexpr Command commands[] = {
      "library's log goes to standard error.\n"},
     {"authenticate", runAuthenticate,
      "Usage: tessiva authenticate [--policy NAME] [--service PAM-SERVICE] [--user NAME]\n"
-     "Authenticates a user for real: through PAM in this process (service\n"
-     "\"tessiva\", the process's user by default), or through the backend that\n"
-     "TESSIVA_SERVICE names (bus: the tessivad daemon). The password is read with\n"
-     "echo off, one line per prompt from standard input when it is not a terminal.\n"
+     "Authenticates a user for real: through the system service in this process\n"
+     "(PAM service \"tessiva\" for the password, fprintd for fingerprints; the\n"
+     "process's user by default), or through the backend that TESSIVA_SERVICE\n"
+     "names (bus: the tessivad daemon). NAME is a VR policy, by its constant's\n"
+     "name or its literal (DeviceOwnerAuthenticatedWithBiometrics: a fingerprint).\n"
+     "Each event is answered here: the password with echo off, one line per prompt\n"
+     "(from standard input when it is not a terminal), consent as y or n; the\n"
+     "reader's progress and what is available are shown as they come.\n"
      "Exit status 1 when authentication fails, 130 on Ctrl-C.\n"},
     {"hints", runHints,
      "Usage: tessiva hints JSON|-|@FILE\n"
