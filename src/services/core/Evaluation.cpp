@@ -15,6 +15,7 @@
 #include "tessiva/object/ObNumber.h"
 
 #include <exception>
+#include <system_error>
 #include <thread>
 
 namespace tessiva::detail {
@@ -246,15 +247,22 @@ Evaluation::ScanEnd Evaluation::ridgeStage() {
         }
         // The reader knows no deadline: this stops it at the time-out.
         std::thread watcher;
-        if (deadline_)
-            watcher = std::thread([this, &stop] {
-                std::unique_lock lock(mutex_);
-                if (!changed_.wait_until(lock, *deadline_,
-                                         [this] { return scanStop_ == nullptr || failure_; })) {
-                    ended_ = timedOut_ = true;
-                    stop.request();
-                }
-            });
+        try {
+            if (deadline_)
+                watcher = std::thread([this, &stop] {
+                    std::unique_lock lock(mutex_);
+                    if (!changed_.wait_until(lock, *deadline_,
+                                             [this] { return scanStop_ == nullptr || failure_; })) {
+                        ended_ = timedOut_ = true;
+                        stop.request();
+                    }
+                });
+        } catch (const std::system_error&) {
+            // Without the watcher the time-out could not be kept: no scan.
+            std::lock_guard lock(mutex_);
+            scanStop_ = nullptr;
+            return {readerFailure(ReaderProblem::failed, "No thread to keep the time-out.")};
+        }
         ScanOutcome scanned;
         try {
             scanned = scanner_->scan(
