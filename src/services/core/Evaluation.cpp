@@ -268,7 +268,10 @@ Evaluation::ScanEnd Evaluation::ridgeStage() {
             scanned = scanner_->scan(
                 user_, [this](const ScanReport& report) { reportScan(report); }, stop);
         } catch (...) {
-            scanned = {ReaderProblem::failed, {}, std::string(readerFailedMessage.text()), false};
+            // Field by field: g++ 12 at -O3 takes the braced temporary's
+            // strings for uninitialised (-Wmaybe-uninitialized).
+            scanned.problem = ReaderProblem::failed;
+            scanned.message = readerFailedMessage.text();
         }
         bool fallback = false;
         {
