@@ -125,15 +125,20 @@ private:
             },
         });
         say("    evaluatePolicy VRPolicyDeviceOwnerAuthenticated with the hints");
+        evaluate(VRPolicyDeviceOwnerAuthenticated, hints);
+    }
+
+    // Evaluates, waiting on the demo's loop, and says the outcome; a failure
+    // is off the script.
+    void evaluate(const ObRef<ObString>& policy, const ObRef<ObDictionary>& hints) {
         bool replied = false;
         ObRef<ObError> failure;
-        reference_->evaluatePolicy_hints_reply(VRPolicyDeviceOwnerAuthenticated, hints,
-                                               [&](ObRef<ObError> error) {
-                                                   loop_.post([&, error] {
-                                                       failure = error;
-                                                       replied = true;
-                                                   });
-                                               });
+        reference_->evaluatePolicy_hints_reply(policy, hints, [&](ObRef<ObError> error) {
+            loop_.post([&, error] {
+                failure = error;
+                replied = true;
+            });
+        });
         loop_.runUntil([&] { return replied; });
         say("    evaluation replied: " + outcome(failure));
         if (failure)
@@ -197,18 +202,7 @@ private:
                  std::vector<ObString*> tags) {
         say("    evaluatePolicy \"" + std::string(policy->text()) + "\" with hints " +
             printed(hints));
-        bool replied = false;
-        ObRef<ObError> failure;
-        reference_->evaluatePolicy_hints_reply(policy, hints, [&](ObRef<ObError> error) {
-            loop_.post([&, error] {
-                failure = error;
-                replied = true;
-            });
-        });
-        loop_.runUntil([&] { return replied; });
-        say("    evaluation replied: " + outcome(failure));
-        if (failure)
-            offScript("the evaluation", failure);
+        evaluate(policy, hints);
         for (ObString* tag : tags)
             reference_->resultForTag_reply(tag, [&](ObRef<ObObject> value, ObRef<ObError> error) {
                 const bool identity = ob_cast<ObData>(value) != nullptr;
