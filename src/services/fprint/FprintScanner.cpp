@@ -34,6 +34,9 @@ constexpr const char* deviceInterface = "net.reactivated.Fprint.Device";
 constexpr std::uint64_t callTimeoutUsec = 5'000'000;
 // How often a waiter without the stop's eventfd looks at the request.
 constexpr int stopPollMs = 50;
+// fprintd drops a removed reader only once it is released, a moment after
+// the scan's error status; an error that is not a removal costs this wait.
+constexpr std::uint64_t removalGraceUsec = 1'000'000;
 
 ReaderProblem problemOf(std::string_view error) {
     if (error == "org.freedesktop.DBus.Error.ServiceUnknown" ||
@@ -202,9 +205,11 @@ ScanStatus statusFromName(std::string_view name) {
 struct ScanWatch {
     std::string owner; // fprintd's unique name when the scan began
     std::string finger;
+    std::string device; // the device's object path
     std::vector<ScanReport> reports;
     bool done = false;
     bool fprintdLeft = false;
+    bool deviceRemoved = false;
 
     bool fromFprintd(sd_bus_message* message) const {
         const char* sender = sd_bus_message_get_sender(message);
@@ -234,6 +239,15 @@ int onVerifyStatus(sd_bus_message* message, void* data, sd_bus_error*) {
         report.finger = watch.finger;
     watch.done = report.done;
     watch.reports.push_back(std::move(report));
+    return 0;
+}
+
+int onInterfacesRemoved(sd_bus_message* message, void* data, sd_bus_error*) {
+    auto& watch = *static_cast<ScanWatch*>(data);
+    const char* path = nullptr;
+    if (watch.fromFprintd(message) && sd_bus_message_read(message, "o", &path) >= 0 &&
+        watch.device == path)
+        watch.deviceRemoved = true;
     return 0;
 }
 
@@ -321,6 +335,7 @@ public:
         if (!device)
             return problemOutcome(std::move(failed));
         ScanWatch watch;
+        watch.device = *device;
         if (!findFprintd(bus->get(), watch.owner, failed))
             return problemOutcome(std::move(failed));
         std::vector<SlotRef> slots;
@@ -339,9 +354,12 @@ public:
 
         ScanOutcome outcome = follow(bus->get(), watch, onStatus, stop);
         // A device that went away mid-scan ends the attempt with an error
-        // status, or with none, and is gone once released.
-        if (!claim.release() && !outcome.stopped && !deviceListed(bus->get(), *device) &&
-            outcome.problem != ReaderProblem::unplugged) {
+        // status and is gone once released.
+        const bool released = claim.release();
+        const bool error = outcome.last.status == ScanStatus::unknownError ||
+                           outcome.last.status == ScanStatus::disconnected;
+        if (!outcome.stopped && outcome.problem == ReaderProblem::none && (error || !released) &&
+            deviceGone(bus->get(), watch)) {
             outcome.problem = ReaderProblem::unplugged;
             outcome.message = std::string(wordsFor(outcome.problem)) + " during the scan";
         }
@@ -395,6 +413,9 @@ private:
         if (result >= 0)
             result = add(fprintd, device.c_str(), deviceInterface, "VerifyFingerSelected",
                          onFingerSelected);
+        if (result >= 0)
+            result = add(fprintd, nullptr, "org.freedesktop.DBus.ObjectManager",
+                         "InterfacesRemoved", onInterfacesRemoved);
         if (result >= 0) {
             SlotRef slot;
             result = sd_bus_add_match(bus, slot.put(),
@@ -407,6 +428,23 @@ private:
                 slots.push_back(std::move(slot));
         }
         return result;
+    }
+
+    // Whether fprintd has dropped the device, waiting a moment for it to.
+    static bool deviceGone(sd_bus* bus, ScanWatch& watch) {
+        const std::uint64_t deadline = nowUsec() + removalGraceUsec;
+        for (bool listed = true;;) {
+            while (sd_bus_process(bus, nullptr) > 0) {
+            }
+            if (watch.deviceRemoved || watch.fprintdLeft)
+                return true;
+            // An fprintd without the object manager's signal says it here.
+            if (std::exchange(listed, false) && !deviceListed(bus, watch.device))
+                return true;
+            const std::uint64_t now = nowUsec();
+            if (now >= deadline || sd_bus_wait(bus, deadline - now) < 0)
+                return false;
+        }
     }
 
     // Waits for the first done status, a stop request or fprintd's leaving,
