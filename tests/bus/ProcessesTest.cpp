@@ -187,6 +187,21 @@ TEST_F(DaemonProcessesTest, AContextOutlivesItsClientsByTheIdleTimeOnly) {
     EXPECT_EQ(refusal, unknownHandle);
 }
 
+// The time-out counts from each evaluation's start: the first one's timer,
+// still armed when the last begins, lets the last run its full time.
+TEST_F(DaemonProcessesTest, AnEvaluationNobodyAnswersEndsAtTheAnswerTimeOut) {
+    daemon.reset();
+    daemon = std::make_unique<DaemonProcess>(bus.address(),
+                                             std::vector<std::string>{"--answer-timeout", "1"});
+    ObRef<KVClient> client = connect();
+    // Answered evaluations in between put the last start well past the
+    // first one's deadline.
+    for (int i = 0; i < 10; ++i)
+        ASSERT_EQ(enteredOnceAsked(client, start(client)), success);
+    EXPECT_EQ(await(start(client), "the unanswered evaluation's end"),
+              "error -1003: The user did not answer in time.");
+}
+
 TEST_F(DaemonProcessesTest, BadPeersGetErrorsAndTheDaemonCarriesOn) {
     daemon.reset();
     daemon = std::make_unique<DaemonProcess>(bus.address(),

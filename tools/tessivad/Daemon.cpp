@@ -16,11 +16,16 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <poll.h>
 
 namespace tessiva::daemon {
 using namespace detail::bus;
 
 namespace {
+// The answer timer fires within a millisecond of its deadline; sd-event's
+// default slack of a quarter second would let it pass a later evaluation's.
+constexpr std::uint64_t answerAccuracyUsec = 1000;
+
 OB_CONSTANT_STRING(unknownHandleMessage, "No context matches the handle.");
 OB_CONSTANT_STRING(noticesMessage, "The reply cannot hold the evaluation's notices.");
 
@@ -339,10 +344,19 @@ template <class Write, class Then>
 auto Daemon::replyCallback(sd_bus_message* call, uid_t uid, Write write, Then then) {
     return [this, loop = loop_, number = defer(call, uid), write, then](auto outcome,
                                                                         ObRef<ObError> failure) {
-        loop->post([=, this] {
+        auto finish = [=, this] {
             replyLater(number, write(outcome, failure));
             then(failure);
-        });
+        };
+        // A service thread replies itself, which saves it a hand-off; on the
+        // loop's thread the reply waits until the current callback is done.
+        if (loop->onLoopThread())
+            loop->post(std::move(finish));
+        else
+            loop->runHere([&] {
+                finish();
+                lookAgainIfNeeded();
+            });
     };
 }
 
@@ -358,6 +372,11 @@ void Daemon::reply(sd_bus_message* call, const ReplyWriter& write) {
         write(reply.get(), failure);
     }
     sd_bus_send(bus_, reply.get(), nullptr);
+}
+
+void Daemon::lookAgainIfNeeded() {
+    if (!loop_->onLoopThread() && (sd_bus_get_events(bus_) & POLLOUT))
+        loop_->wake();
 }
 
 void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
@@ -505,6 +524,7 @@ void Daemon::sendEvent(const std::string& owner, const std::string& client, std:
         result = sd_bus_message_append(signal.get(), "tx", serial, std::int64_t(event));
     if (result >= 0 && !(failure = appendValue(signal.get(), params)))
         result = sd_bus_send(bus_, signal.get(), nullptr);
+    lookAgainIfNeeded();
     // An event that cannot reach the client fails as a delegate that threw.
     if (failure || result < 0)
         relay.returned(serial, EventOutcome::threwException,
@@ -563,15 +583,38 @@ void Daemon::startEvaluation(const std::string& id, Client& client) {
     ++evaluations_;
     if (client.state == ClientState::connected)
         client.state = ClientState::evaluating;
-    // The user has this long to answer before the evaluation ends.
-    armTimer(client.answerTimer, limits_.answerTimeout, &Daemon::onAnswerTimeout, id);
+    // The user has this long to answer before the evaluation ends. The
+    // timer stays between evaluations and looks at the deadline when it
+    // fires, which spares each evaluation arming and disarming it.
+    std::uint64_t now = 0;
+    sd_event_now(loop_->event(), CLOCK_MONOTONIC, &now);
+    client.answerDeadline = now + std::uint64_t(limits_.answerTimeout.count()) * 1000000u;
+    int enabled = SD_EVENT_OFF;
+    if (!client.answerTimer)
+        armTimer(client.answerTimer, limits_.answerTimeout, &Daemon::onAnswerTimeout, id,
+                 answerAccuracyUsec);
+    else if (sd_event_source_get_enabled(client.answerTimer.get(), &enabled) >= 0 &&
+             enabled == SD_EVENT_OFF)
+        rearmAnswerTimer(client);
+}
+
+void Daemon::rearmAnswerTimer(Client& client) {
+    sd_event_source_set_time(client.answerTimer.get(), client.answerDeadline);
+    sd_event_source_set_enabled(client.answerTimer.get(), SD_EVENT_ONESHOT);
 }
 
 int Daemon::onAnswerTimeout(sd_event_source*, uint64_t, void* userdata) {
     auto* timer = static_cast<TimerTarget*>(userdata);
     auto found = timer->daemon->clients_.find(timer->key);
-    if (found != timer->daemon->clients_.end())
-        found->second.client->failProcessedEvent_failureError_reply(
+    if (found == timer->daemon->clients_.end() || found->second.evaluations == 0)
+        return 0;
+    Client& client = found->second;
+    std::uint64_t now = 0;
+    sd_event_now(timer->daemon->loop_->event(), CLOCK_MONOTONIC, &now);
+    if (now < client.answerDeadline)
+        timer->daemon->rearmAnswerTimer(client); // an evaluation began since it was armed
+    else
+        client.client->failProcessedEvent_failureError_reply(
             2, detail::kvError(KVErrorTimedOut, "The user did not answer in time."),
             [](bool, ObRef<ObError>) {});
     return 0;
@@ -588,7 +631,6 @@ void Daemon::endEvaluation(const std::string& id, const Attempt& attempt,
     Client& client = found->second;
     if (--client.evaluations > 0)
         return;
-    client.answerTimer.reset();
     if (client.state == ClientState::gone)
         release(id);
     else
@@ -647,16 +689,19 @@ void Daemon::forgetContext(const std::string& key) {
 }
 
 void Daemon::armTimer(DisabledSourceRef& source, std::chrono::seconds delay,
-                      sd_event_time_handler_t handler, const std::string& key) {
+                      sd_event_time_handler_t handler, const std::string& key,
+                      std::uint64_t accuracyUsec) {
     auto* target = new TimerTarget{this, key};
     const auto usec = std::uint64_t(delay.count()) * 1000000u;
-    if (sd_event_add_time_relative(sd_bus_get_event(bus_), source.put(), CLOCK_MONOTONIC, usec, 0,
-                                   handler, target) < 0) {
+    if (sd_event_add_time_relative(sd_bus_get_event(bus_), source.put(), CLOCK_MONOTONIC, usec,
+                                   accuracyUsec, handler, target) < 0) {
         delete target;
         return;
     }
     sd_event_source_set_destroy_callback(
         source.get(), [](void* userdata) { delete static_cast<TimerTarget*>(userdata); });
+    if (!loop_->onLoopThread())
+        loop_->wake();
 }
 
 void Daemon::armIdleTimer(const std::string& key, Context& context) {

@@ -2,8 +2,9 @@
 // Daemon: the org.tessiva.Authentication1 object. It relays each method to
 // the hosted service's clients, owns the bookkeeping of who may use what,
 // and answers bad peers with D-Bus errors. Everything here runs on the
-// loop's thread, but for sendEvent, which RelayDelegate calls from service
-// threads under the loop's lock.
+// loop's thread or under the loop's lock: sendEvent, which RelayDelegate
+// calls from service threads, and the replies to evaluations, which the
+// service threads send themselves.
 //
 // Every peer is a stranger: a caller reaches only its own clients (by a
 // path of 128 random bits) and its own user's contexts; only the bus itself
@@ -86,8 +87,11 @@ private:
         ObRef<KVClient> client;
         ObRef<RelayDelegate> relay; // absent without a delegate
         ClientState state = ClientState::connected;
-        std::size_t evaluations = 0;                // policy evaluations the service has not ended
-        detail::bus::DisabledSourceRef answerTimer; // armed while evaluating
+        std::size_t evaluations = 0; // policy evaluations the service has not ended
+        // The answer time-out of the last evaluation begun (CLOCK_MONOTONIC,
+        // microseconds), and the timer that keeps it.
+        std::uint64_t answerDeadline = 0;
+        detail::bus::DisabledSourceRef answerTimer;
     };
     struct Context {
         uid_t uid = 0; // its service is services_->forUser(uid)
@@ -162,6 +166,9 @@ private:
     // Replies to the call with what `write` appends; when that fails to
     // encode a value, once more with the failure to report instead.
     void reply(sd_bus_message* call, const ReplyWriter& write);
+    // Off the loop's thread: wakes the loop when a message is left half
+    // written.
+    void lookAgainIfNeeded();
     // The same for a deferred call, unless its caller has gone.
     void replyLater(std::uint64_t call, const ReplyWriter& write);
     // Defers the call, and makes the callback for the service's reply to it:
@@ -199,8 +206,10 @@ private:
     // this daemon and the key (a client's path or a context's) as userdata.
     struct TimerTarget;
     void armTimer(detail::bus::DisabledSourceRef& source, std::chrono::seconds delay,
-                  sd_event_time_handler_t handler, const std::string& key);
+                  sd_event_time_handler_t handler, const std::string& key,
+                  std::uint64_t accuracyUsec = 0);
     void armIdleTimer(const std::string& key, Context& context);
+    void rearmAnswerTimer(Client& client);
 
     const std::shared_ptr<detail::bus::EventLoop> loop_;
     sd_bus* bus_; // owned by the caller, which keeps it open while the daemon lives

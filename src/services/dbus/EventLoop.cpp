@@ -2,6 +2,8 @@
 // The loop's queue is woken through an eventfd, so posting never blocks.
 #include "EventLoop.h"
 
+#include <cerrno>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -50,15 +52,19 @@ void EventLoop::wake() {
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
     sd_event* event = event_.get();
+    pollfd ready{sd_event_get_fd(event), POLLIN, 0};
     std::unique_lock held(lock_);
-    // sd_event_loop's steps, with the lock let go of while waiting only.
+    // sd_event_loop's steps, with the lock let go of only while polling
+    // sd-event's own descriptor: every call into sd-event is under the lock.
     int result = 0;
     while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
         result = sd_event_prepare(event);
         if (result == 0) {
             held.unlock();
-            result = sd_event_wait(event, UINT64_MAX);
+            while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
+            }
             held.lock();
+            result = sd_event_wait(event, 0);
         }
         if (result > 0)
             result = sd_event_dispatch(event);

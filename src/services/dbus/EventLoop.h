@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // EventLoop: an sd-event loop on one thread, with a queue through which any
 // thread hands it work, and a lock that the loop's thread holds while it runs
-// anything and lets go of only while it waits. sd-bus objects are not
-// thread-safe: a connection on the loop is used on the loop's thread, or by
-// another thread that holds the lock, which saves that thread a hand-off.
-// The sd-event loop itself is the loop thread's alone, lock or not.
+// anything and lets go of only while it waits. sd-bus and sd-event objects
+// are not thread-safe: the loop's sources and connections are used on the
+// loop's thread, or by another thread that holds the lock, which saves that
+// thread a hand-off. Such a thread wakes the loop when what it did needs the
+// loop to look again: a timer armed, a message left half written, a reply
+// with a time-out.
 #pragma once
 
 #include "services/dbus/SdBus.h"
@@ -14,6 +16,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace tessiva::detail::bus {
 class EventLoop {
@@ -33,12 +36,20 @@ public:
     void post(std::function<void()> task);
     // Runs until stop(); on the calling thread, which becomes the loop's.
     int run();
+    // Runs the task at once on the calling thread under the lock, as the
+    // loop's thread would; dropped when run() has returned, as what the loop
+    // served may be gone.
+    template <class Task> void runHere(Task&& task) {
+        std::lock_guard held(lock_);
+        if (!finished_)
+            std::forward<Task>(task)();
+    }
     // Ends run() after the current task; safe from any thread.
     void stop();
     bool onLoopThread() const noexcept { return std::this_thread::get_id() == thread_.load(); }
 
-    // Held, another thread may use the loop's sd-bus connections (never its
-    // sd-event objects). Recursive, as sd-bus callbacks run under it.
+    // Held, another thread may use the loop's connections and sources.
+    // Recursive, as sd-bus callbacks run under it.
     std::recursive_mutex& lock() noexcept { return lock_; }
     // Whether run() has ended; asked under the lock, what the loop served
     // may be gone once it has.
