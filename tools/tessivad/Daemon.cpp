@@ -606,9 +606,13 @@ void Daemon::rearmAnswerTimer(Client& client) {
 int Daemon::onAnswerTimeout(sd_event_source*, uint64_t, void* userdata) {
     auto* timer = static_cast<TimerTarget*>(userdata);
     auto found = timer->daemon->clients_.find(timer->key);
-    if (found == timer->daemon->clients_.end() || found->second.evaluations == 0)
+    if (found == timer->daemon->clients_.end())
         return 0;
     Client& client = found->second;
+    if (client.evaluations == 0) {
+        client.answerTimer.reset(); // an idle client holds no timer
+        return 0;
+    }
     std::uint64_t now = 0;
     sd_event_now(timer->daemon->loop_->event(), CLOCK_MONOTONIC, &now);
     if (now < client.answerDeadline)
