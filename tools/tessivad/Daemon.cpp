@@ -17,6 +17,8 @@
 #include <cinttypes>
 #include <cstdio>
 #include <poll.h>
+#include <set>
+#include <vector>
 
 namespace tessiva::daemon {
 using namespace detail::bus;
@@ -420,7 +422,7 @@ int Daemon::connect(sd_bus_message* call, sd_bus_error* error) {
 
     const std::string owner = sd_bus_message_get_sender(call);
     if (auto found = owners_.find(owner);
-        found != owners_.end() && found->second.clients.size() >= limits_.clientsPerConnection)
+        found != owners_.end() && found->second.clients >= limits_.clientsPerConnection)
         return limitExceeded(error, "A connection may hold", limits_.clientsPerConnection,
                              "clients");
     if (clients_.size() >= limits_.clients)
@@ -455,7 +457,7 @@ int Daemon::connect(sd_bus_message* call, sd_bus_error* error) {
         reply(call, connectWriter({}, nullptr, nullptr, noService));
         return 1;
     }
-    owners_.try_emplace(owner, Owner{uid, {}});
+    owners_.try_emplace(owner, Owner{uid, 0});
     ObRef<RelayDelegate> relay;
     auto clientId = std::make_shared<std::string>();
     if (hasDelegate) {
@@ -568,7 +570,7 @@ std::string Daemon::admit(const std::string& owner, uid_t uid, pid_t pid, const 
     made.client = client;
     made.relay = relay;
     clients_.emplace(id, std::move(made));
-    owners_[owner].clients.insert(id);
+    ++owners_[owner].clients;
     return id;
 }
 
@@ -672,7 +674,7 @@ void Daemon::release(const std::string& id) {
     Client client = std::move(found->second);
     clients_.erase(found);
     if (auto owner = owners_.find(client.owner); owner != owners_.end())
-        owner->second.clients.erase(id);
+        --owner->second.clients;
     if (client.relay)
         client.relay->close();
     if (auto context = contexts_.find(client.handleKey); context != contexts_.end())
@@ -858,8 +860,13 @@ int Daemon::onNameOwnerChanged(sd_bus_message* signal, void* userdata, sd_bus_er
     auto found = self.owners_.find(name);
     if (found == self.owners_.end())
         return 0;
-    const std::set<std::string> ids = std::move(found->second.clients);
     self.owners_.erase(found);
+    // Found by a scan, as the statistics are: a set per connection would
+    // cost each idle client more than the scan costs a leaving process.
+    std::vector<std::string> ids;
+    for (const auto& [id, client] : self.clients_)
+        if (client.owner == name)
+            ids.push_back(id);
     // Replies it waits for would go nowhere.
     std::erase_if(self.deferred_, [&self, name](const auto& entry) {
         if (std::string_view(sd_bus_message_get_sender(entry.second.call.get())) != name)

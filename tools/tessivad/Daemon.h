@@ -27,7 +27,6 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <sys/types.h>
 #include <systemd/sd-bus.h>
@@ -103,7 +102,7 @@ private:
     // A connection that called Connect.
     struct Owner {
         uid_t uid = 0;
-        std::set<std::string> clients; // those not gone
+        std::size_t clients = 0; // those not released
     };
     // What one user holds.
     struct User {
