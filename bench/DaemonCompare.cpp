@@ -22,6 +22,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <latch>
@@ -40,13 +41,36 @@ using Operation = std::function<bool()>;
 // Makes one client connection's operation; each thread calls it once.
 using Connect = std::function<Operation()>;
 
-constexpr int warmUp = 200, iterations = 2000;
+constexpr int warmUp = 200, iterations = 2000, rounds = 10;
 constexpr auto throughputTime = std::chrono::seconds(1);
 
+double tickCpu(const std::string& root);
+
 // CPU seconds of a process and of the processes below it (dbus-broker-launch
-// runs the broker as its child).
+// runs the broker as its child): from each thread's schedstat, in
+// nanoseconds, where the kernel has it; else from stat, in clock ticks,
+// which are too coarse for a few thousand operations of a few microseconds.
 double processCpu(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    const std::string root = "/proc/" + std::to_string(pid);
+    double seconds = 0;
+    std::ifstream children(root + "/task/" + std::to_string(pid) + "/children");
+    for (pid_t child = 0; children >> child;)
+        seconds += processCpu(child);
+    std::error_code error;
+    bool scheduled = false;
+    for (const auto& task : std::filesystem::directory_iterator(root + "/task", error)) {
+        std::ifstream schedstat(task.path() / "schedstat");
+        double nanoseconds = 0;
+        if (schedstat >> nanoseconds) {
+            seconds += nanoseconds / 1e9;
+            scheduled = true;
+        }
+    }
+    return scheduled ? seconds : seconds + tickCpu(root);
+}
+
+double tickCpu(const std::string& root) {
+    std::ifstream stat(root + "/stat");
     std::string text((std::istreambuf_iterator<char>(stat)), {});
     // Fields 14 and 15, utime and stime, counted after the name's ")".
     std::istringstream fields(text.substr(text.rfind(')') + 2));
@@ -55,12 +79,7 @@ double processCpu(pid_t pid) {
         fields >> skip;
     double utime = 0, stime = 0;
     fields >> utime >> stime;
-    double seconds = (utime + stime) / double(sysconf(_SC_CLK_TCK));
-    std::ifstream children("/proc/" + std::to_string(pid) + "/task/" + std::to_string(pid) +
-                           "/children");
-    for (pid_t child = 0; children >> child;)
-        seconds += processCpu(child);
-    return seconds;
+    return (utime + stime) / double(sysconf(_SC_CLK_TCK));
 }
 
 double ownCpu() {
@@ -77,53 +96,82 @@ struct Figures {
     std::vector<double> perSecond;
 };
 
-// Latency and CPU time over one connection, then throughput with 1, 2, 4
-// and 8 connections. `server` is the process answering, besides the bus.
-Figures measure(const Connect& connect, pid_t bus, pid_t server) {
-    Figures figures;
-    const Operation operation = connect();
-    for (int i = 0; i < warmUp; ++i)
-        if (!operation())
-            throw std::runtime_error("an operation failed");
-    std::vector<double> times(iterations);
+// One way to the server: how to connect, and the process answering
+// (besides the bus).
+struct Path {
+    Connect connect;
+    pid_t server;
+};
+
+// `count` operations over one connection: their latencies appended to
+// `times`, their CPU time (client, bus, server) added to `cpuParts`.
+void timeOperations(const Operation& operation, int count, pid_t bus, pid_t server,
+                    std::vector<double>& times, double (&cpuParts)[3]) {
     const double before[] = {ownCpu(), processCpu(bus), processCpu(server)};
-    for (double& time : times) {
+    for (int i = 0; i < count; ++i) {
         const auto start = Clock::now();
         if (!operation())
             throw std::runtime_error("an operation failed");
-        time = std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+        times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
     const double after[] = {ownCpu(), processCpu(bus), processCpu(server)};
-    for (int part = 0; part < 3; ++part) {
-        figures.cpuParts[part] = (after[part] - before[part]) * 1e6 / iterations;
-        figures.cpu += figures.cpuParts[part];
-    }
-    std::sort(times.begin(), times.end());
-    figures.median = times[times.size() / 2];
-    figures.p99 = times[times.size() * 99 / 100];
+    for (int part = 0; part < 3; ++part)
+        cpuParts[part] += after[part] - before[part];
+}
 
-    for (int connections : {1, 2, 4, 8}) {
-        std::atomic<bool> stop{false};
-        std::atomic<long> done{0};
-        std::latch ready(connections + 1);
-        std::vector<std::jthread> threads;
-        for (int i = 0; i < connections; ++i)
-            threads.emplace_back([&] {
-                const Operation own = connect();
-                long count = 0;
-                ready.arrive_and_wait();
-                while (!stop.load(std::memory_order_relaxed) && own())
-                    ++count;
-                done += count;
-            });
-        ready.arrive_and_wait();
-        const auto start = Clock::now();
-        std::this_thread::sleep_for(throughputTime);
-        stop = true;
-        threads.clear();
-        figures.perSecond.push_back(double(done) /
-                                    std::chrono::duration<double>(Clock::now() - start).count());
+// Operations per second with `connections` connections at once.
+double throughput(const Connect& connect, int connections) {
+    std::atomic<bool> stop{false};
+    std::atomic<long> done{0};
+    std::latch ready(connections + 1);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < connections; ++i)
+        threads.emplace_back([&] {
+            const Operation own = connect();
+            long count = 0;
+            ready.arrive_and_wait();
+            while (!stop.load(std::memory_order_relaxed) && own())
+                ++count;
+            done += count;
+        });
+    ready.arrive_and_wait();
+    const auto start = Clock::now();
+    std::this_thread::sleep_for(throughputTime);
+    stop = true;
+    threads.clear();
+    return double(done) / std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Both paths side by side, so that the machine's drift falls on both alike:
+// latency and CPU time in rounds that alternate between them, then
+// throughput with 1, 2, 4 and 8 connections, each count on one path and then
+// the other.
+std::vector<Figures> measure(const std::vector<Path>& paths, pid_t bus) {
+    std::vector<Operation> operations;
+    for (const Path& path : paths) {
+        operations.push_back(path.connect());
+        for (int i = 0; i < warmUp; ++i)
+            if (!operations.back()())
+                throw std::runtime_error("an operation failed");
     }
+    std::vector<Figures> figures(paths.size());
+    std::vector<std::vector<double>> times(paths.size());
+    for (int round = 0; round < rounds; ++round)
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            timeOperations(operations[i], iterations / rounds, bus, paths[i].server, times[i],
+                           figures[i].cpuParts);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        for (double& part : figures[i].cpuParts) {
+            part *= 1e6 / double(times[i].size());
+            figures[i].cpu += part;
+        }
+        std::sort(times[i].begin(), times[i].end());
+        figures[i].median = times[i][times[i].size() / 2];
+        figures[i].p99 = times[i][times[i].size() * 99 / 100];
+    }
+    for (int connections : {1, 2, 4, 8})
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            figures[i].perSecond.push_back(throughput(paths[i].connect, connections));
     return figures;
 }
 
@@ -243,11 +291,13 @@ int main(int argc, char** argv) {
             throw std::runtime_error("tessivad or the ping server did not start on " + address);
 
         const IdleMemory memory = idleMemory(address, daemon.pid);
-        const Figures viaDaemon = measure(daemonPath(address), bus, daemon.pid);
-        const Figures raw = measure(rawPing(address), bus, ping.pid);
+        const std::vector<Figures> measured =
+            measure({{daemonPath(address), daemon.pid}, {rawPing(address), ping.pid}}, bus);
+        const Figures &viaDaemon = measured[0], &raw = measured[1];
 
-        std::printf("%s, %d operations after %d of warm-up; throughput %lld s per row\n\n",
-                    broker ? "dbus-broker" : "dbus-daemon", iterations, warmUp,
+        std::printf("%s, %d operations after %d of warm-up, in %d rounds that alternate "
+                    "daemon and raw; throughput %lld s per row\n\n",
+                    broker ? "dbus-broker" : "dbus-daemon", iterations, warmUp, rounds,
                     static_cast<long long>(throughputTime.count()));
         std::printf("| %-26s | %10s | %10s | %-5s | %5s | %-7s |\n", "measure", "daemon", "raw",
                     "unit", "ratio", "target");
