@@ -428,6 +428,49 @@ TEST_F(FprintdTest, TheSystemServiceVerifiesAVRCallersFingerprint) {
     }
 }
 
+// A reader that goes while the evaluation waits for the user's consent is
+// reported gone, and the consent still decides.
+TEST_F(FprintdTest, TheSystemServiceReportsAReaderThatGoesMidEvaluation) {
+    enrol();
+    const KVScopedClientBackend installed(KVPAMService::make({"tessiva", user, ""}));
+    const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
+    const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
+    SharedList<ObRef<ObError>> replies;
+    auto record = [&](ObRef<ObError> error) { replies.add(std::move(error)); };
+    reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
+    ASSERT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
+    reference->evaluatePolicy_hints_reply(
+        ObString::make(std::string_view("DeviceOwnerConsentRidgescanPreferred")),
+        ObDictionary::make({{VRHintMaxRidgescanFailures, ObNumber::make(1)}}), record);
+    std::size_t next = 0;
+    // The next event of that name, and whether the reader is available in it.
+    auto nextEvent = [&](ObString* name) {
+        for (;; ++next)
+            if (RecordingUIDelegate::Event event = delegate->waitForEvent(next);
+                event.name->isEqual(name)) {
+                ++next;
+                return event;
+            }
+    };
+    auto available = [](const RecordingUIDelegate::Event& event) {
+        return std::string(
+            ObFormat("%@", event.params->objectForKey(VREventParamAvailable))->text());
+    };
+    EXPECT_EQ(available(nextEvent(VREventRidgeScan)), "1");
+    awaitVerifying();
+    play("SCAN someone-else");
+    const RecordingUIDelegate::Event consent = nextEvent(VREventConsent);
+
+    ASSERT_EQ(peer_.device(device_, "Claim", user).error, "");
+    play("UNPLUG");
+    (void)peer_.device(device_, "Release");
+    EXPECT_EQ(available(nextEvent(VREventRidgeScan)), "0");
+    consent.reply(ObDictionary::make({{VREventConsentResponse, ObNumber::makeBool(true)}}),
+                  nullptr);
+    EXPECT_EQ(replies.waitFor(1, "the evaluation's reply"), nullptr);
+    reference->invalidate();
+}
+
 class RefusingFprintdTest : public FprintdTest {
 protected:
     RefusingFprintdTest() : FprintdTest(false) {}

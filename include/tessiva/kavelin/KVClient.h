@@ -104,8 +104,11 @@
 // calling process's user, never another). A machine with a reader then gets
 // an availability report: event 0, needing no answer, with {1: a ridge scan
 // can be used by this evaluation, 2: the password can} (both booleans); a
-// machine without one reports nothing. The report comes at the start only:
-// the reader does not tell of being plugged in or out. Each status of the
+// machine without one reports nothing. The report comes at the start, and
+// again whenever that availability changes while the evaluation waits for
+// an answer (a reader plugged in or out; fprintd tells of a removed reader
+// once nobody holds it); during a scan, a reader unplugged ends the scan
+// instead. Each status of the
 // reader raises event 1 (ridge scan), which needs no answer, with
 //   1 (Status)        0 match, 1 no match, 2 scan again, 3 swipe too short,
 //                     4 finger not centred, 5 remove and retry, 6 the reader

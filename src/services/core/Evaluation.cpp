@@ -134,8 +134,22 @@ Evaluation::Outcome Evaluation::evaluate() {
     const bool canScan = reader.problem == ReaderProblem::none;
     // Only a machine with a reader has anything to report.
     if (scanner_ && reader.problem != ReaderProblem::noReader)
-        reportAvailability(canScan && (policy_ == ridgeScanPolicy || policy_ == passcodePolicy ||
-                                       policy_ == consentScanPolicy));
+        reportAvailability(canScan && policyScans());
+    // Readers coming and going are reported while the evaluation waits.
+    std::unique_ptr<ReaderWatch> watching;
+    if (scanner_ && delegate_) {
+        try {
+            watching = scanner_->watch([this] {
+                {
+                    std::lock_guard lock(mutex_);
+                    availabilityChanged_ = true;
+                }
+                changed_.notify_all();
+            });
+        } catch (...) {
+            // Unwatched, the report made at the start stays the only one.
+        }
+    }
     switch (policy_) {
     case ridgeScanPolicy: {
         if (!scanner_) // a service that judges policy 1 by its password verifier
@@ -195,15 +209,46 @@ ReaderState Evaluation::readerState() {
     }
 }
 
+bool Evaluation::policyScans() const noexcept {
+    return policy_ == 1 || policy_ == 1000 || policy_ == 1002;
+}
+
 void Evaluation::reportAvailability(bool canScan) {
     if (!delegate_)
         return;
+    reportedScan_ = canScan;
     // What this evaluation can use: consent policies take no password.
     const bool password = verifier_ && policy_ != 1 && policy_ != 1001 && policy_ != 1002;
     raiseEvent(availabilityEvent,
                ObDictionary::make({{number(ridgescanEvent), ObNumber::makeBool(canScan)},
                                    {number(passcodeEvent), ObNumber::makeBool(password)}}),
                [](ObRef<ObDictionary>, ObRef<ObError>) {});
+}
+
+void Evaluation::reportAvailabilityChange() {
+    const ReaderState reader = readerState();
+    // A machine that had no reader, and still has none, has nothing to tell.
+    if (!reportedScan_ && reader.problem == ReaderProblem::noReader)
+        return;
+    const bool canScan = reader.problem == ReaderProblem::none && policyScans();
+    if (reportedScan_ != canScan)
+        reportAvailability(canScan);
+}
+
+template <class Done> bool Evaluation::waitUntil(std::unique_lock<std::mutex>& lock, Done done) {
+    auto woken = [&] { return done() || availabilityChanged_; };
+    for (;;) {
+        if (!deadline_)
+            changed_.wait(lock, woken);
+        else if (!changed_.wait_until(lock, *deadline_, woken))
+            return false;
+        if (done())
+            return true;
+        availabilityChanged_ = false;
+        lock.unlock();
+        reportAvailabilityChange();
+        lock.lock();
+    }
 }
 
 void Evaluation::enterStage(ObInteger event) {
@@ -374,10 +419,7 @@ Evaluation::Outcome Evaluation::consentStage() {
         raised_ |= 1u << consentEvent;
     }
     std::unique_lock lock(mutex_);
-    auto answered = [this] { return failure_ || consent_; };
-    if (!deadline_)
-        changed_.wait(lock, answered);
-    else if (!changed_.wait_until(lock, *deadline_, answered))
+    if (!waitUntil(lock, [this] { return failure_ || consent_; }))
         ended_ = timedOut_ = true;
     lock.unlock();
     if (std::optional<Outcome> forced = forcedOutcome())
@@ -541,10 +583,7 @@ std::optional<SecretText> Evaluation::awaitAnswer() {
         raised_ |= 1u << promptEvent();
     }
     std::unique_lock lock(mutex_);
-    auto answered = [this] { return failure_ || pendingPasscode_; };
-    if (!deadline_) {
-        changed_.wait(lock, answered);
-    } else if (!changed_.wait_until(lock, *deadline_, answered)) {
+    if (!waitUntil(lock, [this] { return failure_ || pendingPasscode_; })) {
         ended_ = timedOut_ = true;
         return std::nullopt;
     }

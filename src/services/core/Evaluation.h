@@ -76,7 +76,15 @@ private:
     };
     Outcome evaluate();
     ReaderState readerState();
+    // Whether the policy would use a usable reader.
+    bool policyScans() const noexcept;
     void reportAvailability(bool canScan);
+    // Reports the reader's availability again when it differs from the
+    // last report.
+    void reportAvailabilityChange();
+    // Waits under the lock until `done`, or until the deadline (false then),
+    // meanwhile reporting each change of the reader's availability.
+    template <class Done> bool waitUntil(std::unique_lock<std::mutex>& lock, Done done);
     Outcome passwordStage();
     ScanEnd ridgeStage();
     void reportScan(const ScanReport& report);
@@ -124,6 +132,8 @@ private:
     std::optional<std::chrono::steady_clock::time_point> deadline_;
     // The prompt events raised (bit N for event N), to close at the end.
     unsigned raised_ = 0;
+    // The ridge scan's availability as last reported; none before a report.
+    std::optional<bool> reportedScan_;
     // The current attempt got a passcode to judge.
     bool attemptAnswered_ = false;
 
@@ -136,6 +146,8 @@ private:
     // The scan in progress, to stop from other threads.
     ScanStop* scanStop_ = nullptr;
     bool fallbackTaken_ = false;
+    // The reader's watch has seen a change that is not yet looked at.
+    bool availabilityChanged_ = false;
     std::optional<bool> consent_;
     ObInteger failures_ = 0;
     // Each raised passcode event is one round; a wrong passcode, or a second

@@ -3,7 +3,8 @@
 // service's scripted reader and the fprintd client both stand behind it.
 //
 // Everything here is called on the evaluation's own service thread and may
-// block; only ScanStop::request is called from elsewhere (cancellation,
+// block (but for a watch's `changed`, which its own thread calls); only
+// ScanStop::request is called from elsewhere (cancellation,
 // invalidation, the time-out), and a scan in progress must notice it
 // promptly, stop the reader's verification and let the device go before it
 // returns.
@@ -12,6 +13,7 @@
 #include "services/core/ScanStop.h"
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <tessiva/object/ObObject.h>
 #include <vector>
@@ -66,8 +68,21 @@ struct ScanOutcome {
     bool stopped = false;
 };
 
+// Watches for readers coming and going until destroyed.
+class ReaderWatch {
+public:
+    virtual ~ReaderWatch() = default;
+};
+
 class RidgeScanner : public ObObject {
 public:
+    // Calls `changed`, on a thread of the watch's own and never after the
+    // watch is gone, whenever the readers may have changed; what changed is
+    // for state() to say. None when this reader cannot be watched.
+    virtual std::unique_ptr<ReaderWatch> watch(std::function<void()> changed) {
+        (void)changed;
+        return nullptr;
+    }
     // Whether the user (a user name) can scan now, and which fingers.
     virtual ReaderState state(const std::string& user) = 0;
     // One attempt for the user: claims the reader, verifies any enrolled

@@ -15,7 +15,9 @@
 #include <optional>
 #include <poll.h>
 #include <string_view>
+#include <system_error>
 #include <tessiva/object/ObMake.h>
+#include <thread>
 #include <utility>
 
 namespace tessiva::detail {
@@ -289,6 +291,81 @@ private:
     bool verifying_ = false;
 };
 
+// The readers fprintd serves, watched on a connection and a thread of their
+// own: its object manager adding or removing a device, or fprintd itself
+// coming or going. Whatever a signal says is only a cue to ask fprintd
+// again, so a forged one costs a question and nothing more.
+class FprintWatch final : public ReaderWatch {
+public:
+    explicit FprintWatch(std::function<void()> changed) : changed_(std::move(changed)) {}
+    ~FprintWatch() override {
+        stop_.request();
+        if (thread_.joinable())
+            thread_.join();
+    }
+    FprintWatch(const FprintWatch&) = delete;
+    FprintWatch& operator=(const FprintWatch&) = delete;
+
+    bool start() {
+        Failure failed;
+        std::optional<BusRef> bus = connect(failed);
+        if (!bus)
+            return false;
+        bus_ = std::move(*bus);
+        for (const char* member : {"InterfacesAdded", "InterfacesRemoved"})
+            if (!add(fprintd, "org.freedesktop.DBus.ObjectManager", member))
+                return false;
+        if (!add("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged"))
+            return false;
+        try {
+            thread_ = std::thread([this] { run(); });
+        } catch (const std::system_error&) {
+            return false;
+        }
+        return true;
+    }
+
+private:
+    bool add(const char* sender, const char* interface, const char* member) {
+        SlotRef slot;
+        if (sd_bus_match_signal(bus_.get(), slot.put(), sender, nullptr, interface, member,
+                                &FprintWatch::onSignal, this) < 0)
+            return false;
+        slots_.push_back(std::move(slot));
+        return true;
+    }
+    static int onSignal(sd_bus_message* message, void* self, sd_bus_error*) {
+        const char* name = nullptr;
+        // Of the bus's own signals only fprintd's name changing hands counts.
+        if (std::string_view(sd_bus_message_get_member(message)) == "NameOwnerChanged" &&
+            (sd_bus_message_read(message, "s", &name) < 0 || std::string_view(name) != fprintd))
+            return 0;
+        static_cast<FprintWatch*>(self)->changed_();
+        return 0;
+    }
+    void run() {
+        sd_bus* bus = bus_.get();
+        while (!stop_.requested()) {
+            int result = 0;
+            while ((result = sd_bus_process(bus, nullptr)) > 0) {
+            }
+            const int events = sd_bus_get_events(bus);
+            if (result < 0 || events < 0)
+                return; // the bus is gone: nothing more will come
+            pollfd waits[] = {{sd_bus_get_fd(bus), short(events), 0}, {stop_.fd(), POLLIN, 0}};
+            const int count = stop_.fd() >= 0 ? 2 : 1;
+            if (poll(waits, nfds_t(count), count == 2 ? -1 : stopPollMs) < 0 && errno != EINTR)
+                return;
+        }
+    }
+
+    const std::function<void()> changed_;
+    BusRef bus_;
+    std::vector<SlotRef> slots_;
+    ScanStop stop_;
+    std::thread thread_;
+};
+
 ScanOutcome problemOutcome(Failure failed) {
     ScanOutcome outcome;
     outcome.problem = failed.problem;
@@ -364,6 +441,13 @@ public:
             outcome.message = std::string(wordsFor(outcome.problem)) + " during the scan";
         }
         return outcome;
+    }
+
+    std::unique_ptr<ReaderWatch> watch(std::function<void()> changed) override {
+        auto watching = std::make_unique<FprintWatch>(std::move(changed));
+        if (!watching->start())
+            return nullptr;
+        return watching;
     }
 
     const char* className() const noexcept override { return "FprintScanner"; }
