@@ -18,9 +18,10 @@ void runOnServiceThread(std::function<void()> work);
 // callers' uids): one key's work runs in the order given, at most `perKey`
 // pieces of one key at once, and a thread that frees up takes the next key
 // in turn, so that a key with much work queued cannot hold back the others.
-// Threads start as work needs them, up to `threads`; like the threads above
-// nobody joins them, so destroying the pool drops what has not started and
-// lets running work end on its own.
+// Threads start as work needs them, up to `threads`. Destroying the pool
+// drops what has not started; it waits a moment for running work to end and
+// then joins the threads, or, when work still runs (a prompt nobody
+// answers), lets it end on its own.
 class ServicePool {
 public:
     ServicePool(std::size_t threads, std::size_t perKey);
