@@ -286,6 +286,20 @@ protected:
     void awaitVerifying() {
         waitUntil([&] { return peer_.fingerNeeded(device_); }, "the device to wait for a finger");
     }
+    // A VR caller's evaluation of the policy (its literal name) through the
+    // installed backend, allowing one ridge scan that does not match; the
+    // set-up's reply and then the evaluation's go to `replies`.
+    static void startVREvaluation(std::string_view policy,
+                                  const ObRef<RecordingUIDelegate>& delegate,
+                                  const ObRef<VRCredentialReference>& reference,
+                                  SharedList<ObRef<ObError>>& replies) {
+        auto record = [&replies](ObRef<ObError> error) { replies.add(std::move(error)); };
+        reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
+        ASSERT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
+        reference->evaluatePolicy_hints_reply(
+            ObString::make(policy),
+            ObDictionary::make({{VRHintMaxRidgescanFailures, ObNumber::make(1)}}), record);
+    }
     // Whether the client let the device go: another connection can take it.
     void expectReleased() {
         EXPECT_EQ(peer_.device(device_, "Claim", user).error, "");
@@ -399,12 +413,8 @@ TEST_F(FprintdTest, TheSystemServiceVerifiesAVRCallersFingerprint) {
         const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
         const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
         SharedList<ObRef<ObError>> replies;
-        auto record = [&](ObRef<ObError> error) { replies.add(std::move(error)); };
-        reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
-        ASSERT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
-        reference->evaluatePolicy_hints_reply(
-            ObString::make(std::string_view("DeviceOwnerAuthenticatedWithBiometrics")),
-            ObDictionary::make({{VRHintMaxRidgescanFailures, ObNumber::make(1)}}), record);
+        ASSERT_NO_FATAL_FAILURE(startVREvaluation("DeviceOwnerAuthenticatedWithBiometrics",
+                                                  delegate, reference, replies));
         awaitVerifying();
         play(scan);
         const ObRef<ObError> error = replies.waitFor(1, "the evaluation's reply");
@@ -436,12 +446,8 @@ TEST_F(FprintdTest, TheSystemServiceReportsAReaderThatGoesMidEvaluation) {
     const ObRef<RecordingUIDelegate> delegate = RecordingUIDelegate::make();
     const ObRef<VRCredentialReference> reference = VRCredentialReference::make();
     SharedList<ObRef<ObError>> replies;
-    auto record = [&](ObRef<ObError> error) { replies.add(std::move(error)); };
-    reference->setupWithCredentialHandle_uiDelegate_reply(nullptr, delegate, record);
-    ASSERT_EQ(replies.waitFor(0, "set-up's reply"), nullptr);
-    reference->evaluatePolicy_hints_reply(
-        ObString::make(std::string_view("DeviceOwnerConsentRidgescanPreferred")),
-        ObDictionary::make({{VRHintMaxRidgescanFailures, ObNumber::make(1)}}), record);
+    ASSERT_NO_FATAL_FAILURE(
+        startVREvaluation("DeviceOwnerConsentRidgescanPreferred", delegate, reference, replies));
     std::size_t next = 0;
     // The next event of that name, and whether the reader is available in it.
     auto nextEvent = [&](ObString* name) {

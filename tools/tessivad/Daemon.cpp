@@ -16,7 +16,6 @@
 
 #include <cinttypes>
 #include <cstdio>
-#include <poll.h>
 #include <set>
 #include <vector>
 
@@ -357,7 +356,7 @@ auto Daemon::replyCallback(sd_bus_message* call, uid_t uid, Write write, Then th
         else
             loop->runHere([&] {
                 finish();
-                lookAgainIfNeeded();
+                loop->lookAgainAfter(bus_);
             });
     };
 }
@@ -374,11 +373,6 @@ void Daemon::reply(sd_bus_message* call, const ReplyWriter& write) {
         write(reply.get(), failure);
     }
     sd_bus_send(bus_, reply.get(), nullptr);
-}
-
-void Daemon::lookAgainIfNeeded() {
-    if (!loop_->onLoopThread() && (sd_bus_get_events(bus_) & POLLOUT))
-        loop_->wake();
 }
 
 void Daemon::replyLater(std::uint64_t number, const ReplyWriter& write) {
@@ -526,7 +520,7 @@ void Daemon::sendEvent(const std::string& owner, const std::string& client, std:
         result = sd_bus_message_append(signal.get(), "tx", serial, std::int64_t(event));
     if (result >= 0 && !(failure = appendValue(signal.get(), params)))
         result = sd_bus_send(bus_, signal.get(), nullptr);
-    lookAgainIfNeeded();
+    loop_->lookAgainAfter(bus_);
     // An event that cannot reach the client fails as a delegate that threw.
     if (failure || result < 0)
         relay.returned(serial, EventOutcome::threwException,

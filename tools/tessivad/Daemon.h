@@ -165,9 +165,6 @@ private:
     // Replies to the call with what `write` appends; when that fails to
     // encode a value, once more with the failure to report instead.
     void reply(sd_bus_message* call, const ReplyWriter& write);
-    // Off the loop's thread: wakes the loop when a message is left half
-    // written.
-    void lookAgainIfNeeded();
     // The same for a deferred call, unless its caller has gone.
     void replyLater(std::uint64_t call, const ReplyWriter& write);
     // Defers the call, and makes the callback for the service's reply to it:

@@ -13,7 +13,6 @@
 
 #include <cstring>
 #include <future>
-#include <poll.h>
 
 namespace tessiva::detail::bus {
 ObRef<ObError> unreachableError(std::string_view why) {
@@ -158,8 +157,10 @@ void BusLink::sendNow(const char* member, const ArgumentWriter& write, ReplyRead
     }
     // The loop looks again when the message is not all out yet, or the
     // reply has a time-out to keep.
-    if (result >= 0 && ((sd_bus_get_events(bus_.get()) & POLLOUT) || (read && !forever)))
+    if (result >= 0 && read && !forever)
         loop_.wake();
+    else if (result >= 0)
+        loop_.lookAgainAfter(bus_.get());
     message.reset(); // sd-bus counts its references without atomics
     held.unlock();
     if (!read)

@@ -49,6 +49,11 @@ void EventLoop::wake() {
     (void)!write(wakeup_, &one, sizeof one);
 }
 
+void EventLoop::lookAgainAfter(sd_bus* bus) {
+    if (!onLoopThread() && (sd_bus_get_events(bus) & POLLOUT))
+        wake();
+}
+
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
     sd_event* event = event_.get();

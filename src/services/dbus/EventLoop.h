@@ -57,6 +57,10 @@ public:
     // Makes the loop look at its sources again: after another thread's use
     // of a connection left a message half written or asked for a time-out.
     void wake();
+    // After another thread used one of the loop's connections: wakes the
+    // loop when a message is left half written, which only its next look
+    // sends on.
+    void lookAgainAfter(sd_bus* bus);
 
 private:
     static int onWakeup(sd_event_source* source, int fd, uint32_t events, void* self);

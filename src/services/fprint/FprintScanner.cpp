@@ -172,6 +172,36 @@ int readStrings(sd_bus_message* message, std::vector<std::string>& into) {
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
+std::uint64_t nowUsec() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::uint64_t(now.tv_sec) * 1'000'000 + std::uint64_t(now.tv_nsec) / 1000;
+}
+
+// Waits until the connection has something to process, a time-out of its
+// own comes or a stop is requested; 0, or the negative errno of what failed.
+int waitOnBus(sd_bus* bus, const ScanStop& stop) {
+    const int events = sd_bus_get_events(bus);
+    if (events < 0)
+        return events;
+    std::uint64_t until = UINT64_MAX;
+    if (const int result = sd_bus_get_timeout(bus, &until); result < 0)
+        return result;
+    pollfd waits[] = {{sd_bus_get_fd(bus), short(events), 0}, {stop.fd(), POLLIN, 0}};
+    const int count = stop.fd() >= 0 ? 2 : 1;
+    int timeoutMs = -1;
+    if (until != UINT64_MAX) {
+        const std::uint64_t now = nowUsec();
+        timeoutMs =
+            until <= now ? 0 : int(std::min<std::uint64_t>((until - now + 999) / 1000, 60'000));
+    }
+    if (count == 1 && (timeoutMs < 0 || timeoutMs > stopPollMs))
+        timeoutMs = stopPollMs;
+    if (poll(waits, nfds_t(count), timeoutMs) < 0 && errno != EINTR)
+        return -errno;
+    return 0;
+}
+
 bool deviceListed(sd_bus* bus, const std::string& device) {
     const Reply reply = call(bus, managerPath, managerInterface, "GetDevices");
     if (!reply.ok())
@@ -349,13 +379,8 @@ private:
             int result = 0;
             while ((result = sd_bus_process(bus, nullptr)) > 0) {
             }
-            const int events = sd_bus_get_events(bus);
-            if (result < 0 || events < 0)
+            if (result < 0 || waitOnBus(bus, stop_) < 0)
                 return; // the bus is gone: nothing more will come
-            pollfd waits[] = {{sd_bus_get_fd(bus), short(events), 0}, {stop_.fd(), POLLIN, 0}};
-            const int count = stop_.fd() >= 0 ? 2 : 1;
-            if (poll(waits, nfds_t(count), count == 2 ? -1 : stopPollMs) < 0 && errno != EINTR)
-                return;
         }
     }
 
@@ -555,35 +580,11 @@ private:
                                                   std::strerror(-result)));
             if (stop.requested())
                 return stopped();
-
-            const int events = sd_bus_get_events(bus);
-            std::uint64_t until = UINT64_MAX;
-            if (events < 0 || (result = sd_bus_get_timeout(bus, &until)) < 0)
-                return problemOutcome(failure(ReaderProblem::failed,
-                                              std::string("cannot wait on the system bus: ") +
-                                                  std::strerror(-(events < 0 ? events : result))));
-            pollfd waits[] = {{sd_bus_get_fd(bus), short(events), 0}, {stop.fd(), POLLIN, 0}};
-            const int count = stop.fd() >= 0 ? 2 : 1;
-            int timeoutMs = -1;
-            if (until != UINT64_MAX) {
-                const std::uint64_t now = nowUsec();
-                timeoutMs = until <= now
-                                ? 0
-                                : int(std::min<std::uint64_t>((until - now + 999) / 1000, 60'000));
-            }
-            if (count == 1 && (timeoutMs < 0 || timeoutMs > stopPollMs))
-                timeoutMs = stopPollMs;
-            if (poll(waits, nfds_t(count), timeoutMs) < 0 && errno != EINTR)
+            if ((result = waitOnBus(bus, stop)) < 0)
                 return problemOutcome(
-                    failure(ReaderProblem::failed,
-                            std::string("cannot wait on the system bus: ") + std::strerror(errno)));
+                    failure(ReaderProblem::failed, std::string("cannot wait on the system bus: ") +
+                                                       std::strerror(-result)));
         }
-    }
-
-    static std::uint64_t nowUsec() {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return std::uint64_t(now.tv_sec) * 1'000'000 + std::uint64_t(now.tv_nsec) / 1000;
     }
 };
 } // namespace
