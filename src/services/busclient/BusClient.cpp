@@ -63,7 +63,7 @@ void BusClient::invalidate() {
 
 void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDictionary>& options,
                                              KVResultReply reply) {
-    // The reply goes through the dispatcher, after the events that came before it.
+    // The reply is deferred, after the events that came before it.
     auto shared = std::make_shared<KVResultReply>(std::move(reply));
     link_->call(
         "EvaluatePolicy",
@@ -71,8 +71,7 @@ void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDic
             sd_bus_message_append(m, "ox", id_.c_str(), std::int64_t(policy));
             return appendValue(m, options);
         },
-        // The pending call keeps the link alive; the dispatcher task then
-        // does, so that the link never ends on its own loop's thread.
+        // The pending call keeps the link alive, then the deferred task.
         [link = link_, shared, delegate = delegate_](sd_bus_message* message,
                                                      ObRef<ObError> failure) mutable {
             ObRef<ObObject> result;
@@ -82,8 +81,8 @@ void BusClient::evaluatePolicy_options_reply(ObInteger policy, const ObRef<ObDic
                 if (ObRef<ObError> malformed = readNotices(message, notices))
                     failure = malformed;
             }
-            Dispatcher& dispatcher = link->dispatcher();
-            dispatcher.post([link = std::move(link), shared, delegate, failure,
+            BusLink& deferring = *link;
+            deferring.defer([link = std::move(link), shared, delegate, failure,
                              result = ob_cast<ObDictionary>(result), notices = std::move(notices)] {
                 if (delegate)
                     for (const Notice& notice : notices)

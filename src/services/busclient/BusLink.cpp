@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Calls go out from the calling thread under the loop's lock; replies and
-// events come in on the loop's thread; callers' callbacks run on the
-// dispatcher.
+// events come in on the loop's thread, or on a thread waiting for a reply;
+// callers' callbacks run on the loop's thread, deferred.
 #include "BusLink.h"
 
 #include "services/dbus/BusInterface.h"
@@ -12,7 +12,6 @@
 #include "tessiva/object/ObString.h"
 
 #include <cstring>
-#include <future>
 
 namespace tessiva::detail::bus {
 ObRef<ObError> unreachableError(std::string_view why) {
@@ -78,6 +77,21 @@ void deletePendingCall(void* userdata) {
 }
 } // namespace
 
+// What the link's owners hold: the loop thread holds the link itself, so
+// that a callback that drops the last owner ends the loop without pulling
+// it from under its own thread.
+struct BusLink::Grip {
+    std::shared_ptr<BusLink> link;
+    std::thread thread;
+    ~Grip() {
+        link->loop_.stop();
+        if (thread.get_id() == std::this_thread::get_id())
+            thread.detach();
+        else if (thread.joinable())
+            thread.join();
+    }
+};
+
 std::shared_ptr<BusLink> BusLink::open(const BusAddress& where, std::string& problem) {
     std::shared_ptr<BusLink> link(new BusLink());
     int result = connectToBus(where, &link->loop_, link->bus_);
@@ -87,20 +101,14 @@ std::shared_ptr<BusLink> BusLink::open(const BusAddress& where, std::string& pro
         problem = std::strerror(-result);
         return nullptr;
     }
-    link->thread_ = std::thread(&BusLink::runLoop, link.get());
-    return link;
-}
-
-BusLink::~BusLink() {
-    loop_.stop();
-    if (thread_.joinable())
-        thread_.join();
-}
-
-void BusLink::runLoop() {
-    loop_.run();
-    // Release requests and answers still queued go out before the close.
-    bus_.reset();
+    auto grip = std::make_shared<Grip>();
+    grip->link = link;
+    grip->thread = std::thread([link] {
+        link->loop_.run();
+        // Release requests and answers still queued go out before the close.
+        link->bus_.reset();
+    });
+    return {grip, link.get()};
 }
 
 void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, bool forever) {
@@ -109,12 +117,14 @@ void BusLink::call(const char* member, ArgumentWriter write, ReplyReader read, b
 }
 
 void BusLink::callAndWait(const char* member, ArgumentWriter write, ReplyReader read) {
-    std::promise<void> done;
+    bool done = false; // under the loop's lock, or before the call went out
     call(member, std::move(write), [&](sd_bus_message* reply, ObRef<ObError> failure) {
         read(reply, std::move(failure));
-        done.set_value();
+        done = true;
     });
-    done.get_future().wait();
+    loop_.waitUntil([&] { return done; });
+    if (!done)
+        read(nullptr, unreachableError("the connection has closed"));
 }
 
 void BusLink::send(const char* member, ArgumentWriter write) {
@@ -215,8 +225,8 @@ void BusLink::deliverEvent(sd_bus_message* message) {
         !readValue(message, params).empty())
         return;
     // Weak: a delegate may keep its reply after every client has gone.
-    dispatcher_.post([weak = weak_from_this(), delegate, client = std::string(path), serial, event,
-                      params = ob_cast<ObDictionary>(params)] {
+    loop_.defer([weak = weak_from_this(), delegate, client = std::string(path), serial, event,
+                 params = ob_cast<ObDictionary>(params)] {
         std::shared_ptr<BusLink> link = weak.lock();
         if (!link)
             return;

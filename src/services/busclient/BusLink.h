@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// BusLink: the client side's connection to the daemon, with the thread that
-// owns it and the dispatcher that runs callers' callbacks.
+// BusLink: the client side's connection to the daemon, with the loop thread
+// that reads it and runs callers' callbacks. A thread waiting for a reply
+// reads the connection itself meanwhile, so a callback that blocks, or that
+// calls the daemon and waits, never stalls a call.
 #pragma once
 
 #include "platform/brindle/KVErrors.h"
 #include "services/dbus/BusConnect.h"
 #include "services/dbus/BusInterface.h"
-#include "services/dbus/Dispatcher.h"
 #include "services/dbus/EventLoop.h"
 #include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
@@ -34,9 +35,10 @@ ObRef<ObError> malformedReplyError();
 
 class BusLink : public std::enable_shared_from_this<BusLink> {
 public:
-    // Connects to the bus; null with the reason when it cannot.
+    // Connects to the bus; null with the reason when it cannot. The loop
+    // thread stops once the last owner lets go, and ends on its own when
+    // that owner is one of its callbacks.
     static std::shared_ptr<BusLink> open(const BusAddress& where, std::string& problem);
-    ~BusLink();
 
     // False once the connection is lost; a lost link is not used again.
     bool connected() const noexcept { return connected_.load(); }
@@ -55,11 +57,13 @@ public:
     void addDelegate(const std::string& client, const char* daemon, ObRef<KVUIDelegate> delegate);
     void forgetDelegate(const std::string& client);
 
-    Dispatcher& dispatcher() noexcept { return dispatcher_; }
+    // Runs a caller's callback on the loop's thread, in order after those
+    // of the events and replies that came before.
+    void defer(std::function<void()> task) { loop_.defer(std::move(task)); }
 
 private:
     BusLink() = default;
-    void runLoop();
+    struct Grip;
     static int onMessage(sd_bus_message* message, void* self, sd_bus_error* error);
     void deliverEvent(sd_bus_message* message);
     // An event's delegate call, whether it has returned, and the answer it
@@ -96,7 +100,5 @@ private:
     std::map<std::string, Delegate> delegates_;
     std::mutex callsMutex_;
     std::vector<std::shared_ptr<EventCall>> calls_; // delegates in their calls
-    Dispatcher dispatcher_;
-    std::thread thread_;
 };
 } // namespace tessiva::detail::bus

@@ -8,8 +8,31 @@
 #include <unistd.h>
 
 namespace tessiva::detail::bus {
+namespace {
+// A waiting thread's own wake-up, made once per thread.
+struct WaiterWake {
+    int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    ~WaiterWake() {
+        if (fd >= 0)
+            close(fd);
+    }
+};
+thread_local int waitingOn = -1; // the wake-up this thread waits on, if any
+
+void bump(int fd) {
+    const std::uint64_t one = 1;
+    (void)!write(fd, &one, sizeof one);
+}
+
+void drain(int fd) {
+    std::uint64_t count = 0;
+    (void)!read(fd, &count, sizeof count);
+}
+} // namespace
+
 EventLoop::EventLoop() {
     wakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    deferredWakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wakeup_ < 0 || sd_event_new(event_.put()) < 0)
         return;
     if (sd_event_add_io(event_.get(), wakeupSource_.put(), wakeup_, EPOLLIN, &EventLoop::onWakeup,
@@ -21,8 +44,9 @@ EventLoop::~EventLoop() {
     // The source leaves the loop's epoll set before its descriptor closes.
     wakeupSource_.reset();
     event_.reset();
-    if (wakeup_ >= 0)
-        close(wakeup_);
+    for (const int fd : {wakeup_, deferredWakeup_})
+        if (fd >= 0)
+            close(fd);
 }
 
 void EventLoop::post(std::function<void()> task) {
@@ -42,11 +66,13 @@ void EventLoop::stop() {
         stopping_ = true;
     }
     wake();
+    // A waiting thread may be the one that ends the loop: its own thread
+    // then needs a look.
+    bump(deferredWakeup_);
 }
 
 void EventLoop::wake() {
-    const std::uint64_t one = 1;
-    (void)!write(wakeup_, &one, sizeof one);
+    bump(wakeup_);
 }
 
 void EventLoop::lookAgainAfter(sd_bus* bus) {
@@ -54,43 +80,125 @@ void EventLoop::lookAgainAfter(sd_bus* bus) {
         wake();
 }
 
+void EventLoop::defer(std::function<void()> task) {
+    {
+        std::lock_guard lock(mutex_);
+        // Dropped, outside the lock, once the owner is going: what it holds
+        // may refer to that owner.
+        if (stopping_ || closed_)
+            return;
+        deferred_.push_back(std::move(task));
+    }
+    if (!onLoopThread())
+        bump(deferredWakeup_);
+}
+
+int EventLoop::turn() {
+    sd_event* event = event_.get();
+    int result = 0;
+    const int state = sd_event_get_state(event);
+    if (state == SD_EVENT_FINISHED)
+        return -ESHUTDOWN;
+    // Armed: this thread or another has polled since; sd_event_loop's steps
+    // otherwise, every one of them under the lock.
+    if (state == SD_EVENT_ARMED)
+        result = sd_event_wait(event, 0);
+    if (result == 0 && (result = sd_event_prepare(event)) == 0)
+        return 0;
+    if (result > 0) {
+        result = sd_event_dispatch(event);
+        wakeWaiters();
+    }
+    return result < 0 ? result : 1;
+}
+
+void EventLoop::wakeWaiters() {
+    for (const int fd : waiters_)
+        if (fd != waitingOn)
+            bump(fd);
+}
+
+bool EventLoop::runDeferred(std::unique_lock<std::recursive_mutex>& held) {
+    std::deque<std::function<void()>> batch;
+    {
+        std::lock_guard lock(mutex_);
+        if (deferred_.empty())
+            return false;
+        batch.swap(deferred_);
+    }
+    held.unlock();
+    for (std::function<void()>& task : batch) {
+        bool stopping = false;
+        {
+            std::lock_guard lock(mutex_);
+            stopping = stopping_;
+        }
+        if (!stopping)
+            task();
+        task = nullptr; // what it captured goes before the next task
+    }
+    held.lock();
+    return true;
+}
+
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
     sd_event* event = event_.get();
-    pollfd ready{sd_event_get_fd(event), POLLIN, 0};
+    pollfd ready[2] = {{sd_event_get_fd(event), POLLIN, 0}, {deferredWakeup_, POLLIN, 0}};
     std::unique_lock held(lock_);
-    // sd_event_loop's steps, with the lock let go of only while polling
-    // sd-event's own descriptor: every call into sd-event is under the lock.
     int result = 0;
-    while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
-        result = sd_event_prepare(event);
-        if (result == 0) {
+    while ((result = turn()) >= 0)
+        if (!runDeferred(held) && result == 0) {
             held.unlock();
-            while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
+            while (poll(ready, 2, -1) < 0 && errno == EINTR) {
             }
+            if (ready[1].revents & POLLIN)
+                drain(deferredWakeup_);
             held.lock();
-            result = sd_event_wait(event, 0);
         }
-        if (result > 0)
-            result = sd_event_dispatch(event);
-    }
-    if (result >= 0)
+    if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         sd_event_get_exit_code(event, &result);
     finished_ = true;
+    wakeWaiters();
     held.unlock();
-    std::deque<std::function<void()>> left;
+    std::deque<std::function<void()>> left, leftDeferred;
     {
         std::lock_guard lock(mutex_);
         closed_ = true;
         left.swap(tasks_);
+        leftDeferred.swap(deferred_);
     }
     return result;
 }
 
+void EventLoop::waitUntil(const std::function<bool()>& done) {
+    thread_local WaiterWake wake;
+    const int outer = std::exchange(waitingOn, wake.fd);
+    std::unique_lock held(lock_);
+    if (wake.fd >= 0)
+        waiters_.push_back(wake.fd);
+    int result = 0;
+    while (!finished_ && !done() && (result = turn()) >= 0) {
+        if (result > 0)
+            continue;
+        held.unlock();
+        pollfd ready[2] = {{sd_event_get_fd(event_.get()), POLLIN, 0}, {wake.fd, POLLIN, 0}};
+        // Without a wake-up of its own, the thread looks again now and then
+        // for what another thread's dispatch brought it.
+        while (poll(ready, wake.fd >= 0 ? 2 : 1, wake.fd >= 0 ? -1 : 1) < 0 && errno == EINTR) {
+        }
+        if (ready[1].revents & POLLIN)
+            drain(wake.fd);
+        held.lock();
+    }
+    if (wake.fd >= 0)
+        std::erase(waiters_, wake.fd);
+    waitingOn = outer;
+}
+
 int EventLoop::onWakeup(sd_event_source*, int fd, uint32_t, void* self) {
     auto& loop = *static_cast<EventLoop*>(self);
-    std::uint64_t count = 0;
-    (void)!read(fd, &count, sizeof count);
+    drain(fd);
     for (;;) {
         std::function<void()> task;
         {

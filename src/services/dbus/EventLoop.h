@@ -6,7 +6,10 @@
 // loop's thread, or by another thread that holds the lock, which saves that
 // thread a hand-off. Such a thread wakes the loop when what it did needs the
 // loop to look again: a timer armed, a message left half written, a reply
-// with a time-out.
+// with a time-out. A thread that waits for a reply may run the loop itself
+// meanwhile (waitUntil), and callers' callbacks run on the loop's thread
+// with the lock let go of (defer), so a callback that blocks stalls only
+// the callbacks after it.
 #pragma once
 
 #include "services/dbus/SdBus.h"
@@ -17,6 +20,7 @@
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace tessiva::detail::bus {
 class EventLoop {
@@ -28,12 +32,22 @@ public:
 
     sd_event* event() const noexcept { return event_.get(); }
     // False when the loop could not be made (no memory, no descriptors).
-    bool usable() const noexcept { return event_ && wakeup_ >= 0; }
+    bool usable() const noexcept { return event_ && wakeup_ >= 0 && deferredWakeup_ >= 0; }
 
     // Runs the task on the loop's thread, in the order posted; tasks posted
     // before stop() still run, those posted after run() has returned are
     // dropped. Safe from any thread.
     void post(std::function<void()> task);
+    // Runs the task on the loop's thread with the lock let go of, in the
+    // order deferred, once the loop is through what it is dispatching: for
+    // callers' callbacks, which may block or call back in. Safe from any
+    // thread; dropped once stop() has been asked.
+    void defer(std::function<void()> task);
+    // Runs the loop on the calling thread until `done()`, asked under the
+    // lock, holds or the loop has ended; for a thread waiting for a reply,
+    // which may be the loop's own thread inside a deferred task. Not from
+    // inside a dispatch (a posted task, a bus callback).
+    void waitUntil(const std::function<bool()>& done);
     // Runs until stop(); on the calling thread, which becomes the loop's.
     int run();
     // Runs the task at once on the calling thread under the lock, as the
@@ -64,17 +78,30 @@ public:
 
 private:
     static int onWakeup(sd_event_source* source, int fd, uint32_t events, void* self);
+    // One look, under the lock: 1 when it dispatched, 0 when the loop is
+    // armed and the caller may poll its descriptor, negative when it failed
+    // or has finished.
+    int turn();
+    // Runs the deferred tasks queued so far, the lock let go of meanwhile;
+    // whether there were any.
+    bool runDeferred(std::unique_lock<std::recursive_mutex>& held);
+    void wakeWaiters();
 
     EventRef event_;
     EventSourceRef wakeupSource_;
     int wakeup_ = -1;
+    // Wakes the loop's thread alone for deferred tasks: a waiting thread
+    // that runs the loop would take a wake-up through sd-event for itself.
+    int deferredWakeup_ = -1;
     std::mutex mutex_;
     std::deque<std::function<void()>> tasks_;
+    std::deque<std::function<void()>> deferred_;
     bool stopping_ = false;
     // run() has returned: posts are dropped (under mutex_).
     bool closed_ = false;
     std::atomic<std::thread::id> thread_{};
     std::recursive_mutex lock_;
     bool finished_ = false;
+    std::vector<int> waiters_; // each waiting thread's eventfd (under lock_)
 };
 } // namespace tessiva::detail::bus
