@@ -298,7 +298,24 @@ Daemon::Daemon(std::shared_ptr<EventLoop> loop, sd_bus* bus,
                std::unique_ptr<HostedServices> services, DaemonLimits limits)
     : loop_(std::move(loop)), bus_(bus), services_(std::move(services)), limits_(limits),
       pool_(std::make_shared<detail::ServicePool>(limits.threads,
-                                                  std::max<std::size_t>(1, limits.threads / 2))) {}
+                                                  std::max<std::size_t>(1, limits.threads / 2))),
+      driver_(*loop_) {}
+
+bool Daemon::runWhereServed(std::function<void()>& work) {
+    // Asked from the loop's dispatch as a call starts an evaluation; one at
+    // a time, so that the loop's thread is never inside two waits at once.
+    if (servingHere_ || !loop_->dispatching())
+        return false;
+    servingHere_ = true;
+    loop_->defer([this, work = std::move(work)] {
+        {
+            detail::WaitDriver::Scope driven(driver_);
+            work();
+        }
+        servingHere_ = false;
+    });
+    return true;
+}
 
 Daemon::~Daemon() {
     // Events still waiting in the service's threads return at once.
@@ -349,9 +366,9 @@ auto Daemon::replyCallback(sd_bus_message* call, uid_t uid, Write write, Then th
             replyLater(number, write(outcome, failure));
             then(failure);
         };
-        // A service thread replies itself, which saves it a hand-off; on the
-        // loop's thread the reply waits until the current callback is done.
-        if (loop->onLoopThread())
+        // A service thread replies itself, which saves it a hand-off; in the
+        // loop's dispatch the reply waits until the current callback is done.
+        if (loop->dispatching())
             loop->post(std::move(finish));
         else
             loop->runHere([&] {
@@ -412,6 +429,7 @@ int Daemon::connect(sd_bus_message* call, sd_bus_error* error) {
         requester.tty = std::string("/dev/") + tty;
     requester.pool = pool_;
     requester.poolKey = uid;
+    requester.runWhereServed = [this](std::function<void()>& work) { return runWhereServed(work); };
     requester.guard = user(uid).guard;
 
     const std::string owner = sd_bus_message_get_sender(call);

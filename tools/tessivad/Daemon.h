@@ -16,6 +16,7 @@
 #pragma once
 
 #include "HostedService.h"
+#include "LoopDriver.h"
 #include "RelayDelegate.h"
 #include "services/core/AttemptGuard.h"
 #include "services/core/ServiceThread.h"
@@ -206,12 +207,18 @@ private:
                   std::uint64_t accuracyUsec = 0);
     void armIdleTimer(const std::string& key, Context& context);
     void rearmAnswerTimer(Client& client);
+    // Takes work to run on the loop's thread when it is free; see driver_.
+    bool runWhereServed(std::function<void()>& work);
 
     const std::shared_ptr<detail::bus::EventLoop> loop_;
     sd_bus* bus_; // owned by the caller, which keeps it open while the daemon lives
     const std::unique_ptr<HostedServices> services_;
     const DaemonLimits limits_;
     const std::shared_ptr<detail::ServicePool> pool_;
+    // Evaluations that wait only for their caller run on the loop's thread,
+    // one at a time, serving the bus while they wait.
+    LoopDriver driver_;
+    bool servingHere_ = false;
     detail::bus::SlotRef objectSlot_;
     detail::bus::SlotRef ownerSlot_;
     std::unordered_map<std::string, Client> clients_;

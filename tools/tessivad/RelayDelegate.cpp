@@ -25,8 +25,9 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         if (!loop_->finished())
             send_(serial, event, params);
     }
-    // A service that raises from the loop's own thread cannot wait for it.
-    if (loop_->onLoopThread()) {
+    // A service that raises from the loop's dispatch cannot wait for it;
+    // one that runs on the loop's thread serves the bus while it waits.
+    if (loop_->onLoopThread() && !detail::WaitDriver::current()) {
         std::lock_guard lock(mutex_);
         returns_.erase(serial);
         return;
@@ -36,8 +37,8 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         std::unique_lock lock(mutex_);
         // A delegate's call returns at once (the answer comes later); a
         // client that never says so must not hold a service thread.
-        if (!changed_.wait_for(lock, returnTimeout,
-                               [&] { return closed_ || returns_[serial].done; }))
+        if (!changed_.wait(lock, std::chrono::steady_clock::now() + returnTimeout,
+                           [&] { return closed_ || returns_[serial].done; }))
             returns_[serial] = Return{true, EventOutcome::threwException,
                                       "The client process did not return from the event."};
         ended = std::move(returns_[serial]);
@@ -82,7 +83,7 @@ void RelayDelegate::returned(std::uint64_t serial, EventOutcome outcome, std::st
             return;
         found->second = Return{true, outcome, std::move(text)};
     }
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void RelayDelegate::close() {
@@ -95,7 +96,7 @@ void RelayDelegate::close() {
         for (auto& [serial, ended] : returns_)
             ended.done = true;
     }
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 std::set<ObInteger> RelayDelegate::raisedEvents() {

@@ -7,13 +7,13 @@
 // answer, wait to go out with the evaluation's result.
 #pragma once
 
+#include "services/core/Condition.h"
 #include "services/core/NoticeDelegate.h"
 #include "services/dbus/BusInterface.h"
 #include "services/dbus/EventLoop.h"
 #include "tessiva/kavelin/KVUIDelegate.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -77,7 +77,7 @@ private:
     const std::shared_ptr<detail::bus::EventLoop> loop_;
     const EventSender send_;
     std::mutex mutex_;
-    std::condition_variable changed_;
+    detail::Condition changed_;
     bool closed_ = false;
     std::uint64_t nextSerial_ = 1;
     std::map<std::uint64_t, KVUIReply> answers_;

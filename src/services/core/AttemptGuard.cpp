@@ -36,10 +36,12 @@ AttemptGuard::Admission AttemptGuard::enter(const std::function<bool()>& stopped
         std::optional<Clock::time_point> until = deadline;
         if (turnFree && (!until || nextAllowed_ < *until))
             until = nextAllowed_;
-        if (until)
-            changed_.wait_until(lock, *until);
-        else
-            changed_.wait(lock);
+        const std::uint64_t seen = changes_;
+        // Cut short, with nothing changed: the waiting thread can wait no
+        // longer (its daemon is ending).
+        if (!changed_.wait(lock, until, [&] { return changes_ != seen; }) &&
+            (!until || Clock::now() < *until))
+            return Admission::stopped;
     }
 }
 
@@ -59,8 +61,9 @@ void AttemptGuard::leave(bool failed) {
                 failures_.clear(); // unlocked, the user starts afresh
             }
         }
+        ++changes_;
     }
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void AttemptGuard::forgetOldFailures(Clock::time_point now) {
@@ -69,7 +72,10 @@ void AttemptGuard::forgetOldFailures(Clock::time_point now) {
 }
 
 void AttemptGuard::wake() {
-    { std::lock_guard lock(mutex_); }
-    changed_.notify_all();
+    {
+        std::lock_guard lock(mutex_);
+        ++changes_;
+    }
+    changed_.notifyAll();
 }
 } // namespace tessiva::detail

@@ -10,10 +10,11 @@
 // ends that evaluation sooner; it never lets the user guess more.
 #pragma once
 
+#include "Condition.h"
 #include "tessiva/object/ObError.h"
 
 #include <chrono>
-#include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -54,7 +55,8 @@ private:
 
     const AttemptLimits limits_;
     std::mutex mutex_;
-    std::condition_variable changed_;
+    Condition changed_;
+    std::uint64_t changes_ = 0;              // turns ended and wakes, for waits to see
     unsigned running_ = 0;                   // verifications admitted and not yet left
     std::deque<Clock::time_point> failures_; // within the interval, oldest first
     Clock::time_point nextAllowed_{};

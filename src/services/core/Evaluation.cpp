@@ -144,7 +144,7 @@ Evaluation::Outcome Evaluation::evaluate() {
                     std::lock_guard lock(mutex_);
                     availabilityChanged_ = true;
                 }
-                changed_.notify_all();
+                changed_.notifyAll();
             });
         } catch (...) {
             // Unwatched, the report made at the start stays the only one.
@@ -238,9 +238,7 @@ void Evaluation::reportAvailabilityChange() {
 template <class Done> bool Evaluation::waitUntil(std::unique_lock<std::mutex>& lock, Done done) {
     auto woken = [&] { return done() || availabilityChanged_; };
     for (;;) {
-        if (!deadline_)
-            changed_.wait(lock, woken);
-        else if (!changed_.wait_until(lock, *deadline_, woken))
+        if (!changed_.wait(lock, deadline_, woken))
             return false;
         if (done())
             return true;
@@ -296,8 +294,8 @@ Evaluation::ScanEnd Evaluation::ridgeStage() {
             if (deadline_)
                 watcher = std::thread([this, &stop] {
                     std::unique_lock lock(mutex_);
-                    if (!changed_.wait_until(lock, *deadline_,
-                                             [this] { return scanStop_ == nullptr || failure_; })) {
+                    if (!changed_.wait(lock, deadline_,
+                                       [this] { return scanStop_ == nullptr || failure_; })) {
                         ended_ = timedOut_ = true;
                         stop.request();
                     }
@@ -324,7 +322,7 @@ Evaluation::ScanEnd Evaluation::ridgeStage() {
             scanStop_ = nullptr;
             fallback = fallbackTaken_;
         }
-        changed_.notify_all();
+        changed_.notifyAll();
         if (watcher.joinable())
             watcher.join();
         if (std::optional<Outcome> forced = forcedOutcome())
@@ -446,7 +444,7 @@ void Evaluation::answerConsent(const ObRef<ObDictionary>& response, const ObRef<
             return; // acknowledged; the answer may come later
         }
     }
-    changed_.notify_all();
+    changed_.notifyAll();
 }
 
 void Evaluation::raiseEvent(ObInteger event, const ObRef<ObDictionary>& params, KVUIReply reply) {
@@ -507,7 +505,7 @@ bool Evaluation::enterPasscode(ObRef<ObObject> passcode) {
         roundAnswered_ = true;
         pendingPasscode_ = std::move(passcode);
     }
-    changed_.notify_all();
+    changed_.notifyAll();
     return true;
 }
 
@@ -520,7 +518,7 @@ bool Evaluation::fail(ObRef<ObError> error) {
         if (scanStop_)
             scanStop_->request();
     }
-    changed_.notify_all();
+    changed_.notifyAll();
     if (guard_)
         guard_->wake();
     return true;
@@ -660,7 +658,7 @@ void Evaluation::answerEvent(ObUInteger round, const ObRef<ObDictionary>& respon
             return; // acknowledged; the passcode may still come by enterPassword
         }
     }
-    changed_.notify_all();
+    changed_.notifyAll();
     if (guard_)
         guard_->wake();
 }

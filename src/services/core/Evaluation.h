@@ -7,12 +7,12 @@
 #pragma once
 
 #include "AttemptGuard.h"
+#include "Condition.h"
 #include "EvaluationOptions.h"
 #include "ServiceVocabulary.h"
 #include "Verifier.h"
 #include "tessiva/kavelin/KVClient.h"
 
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -138,7 +138,7 @@ private:
     bool attemptAnswered_ = false;
 
     std::mutex mutex_;
-    std::condition_variable changed_;
+    Condition changed_;
     // The event of the current stage; 0 before the first.
     ObInteger stageEvent_ = 0;
     // The events of the stages its policy may run (bit N for event N).

@@ -24,9 +24,17 @@ struct Requester {
     // its own (runOnServiceThread).
     std::shared_ptr<ServicePool> pool;
     std::uint64_t poolKey = 0;
+    // Takes work that waits only for what the requester's bus brings, to
+    // run at once where that bus is served, when it can (the daemon's loop
+    // thread, while no such work runs there); false leaves it to `pool`.
+    std::function<bool(std::function<void()>& work)> runWhereServed;
 
     // Runs the work as the requester's; false when no thread can take it.
-    bool run(std::function<void()> work) const {
+    // `waitsOnlyOnCaller`: the work waits for nothing but the caller's
+    // answers (no PAM module, no reader), so it may run where served.
+    bool run(std::function<void()> work, bool waitsOnlyOnCaller = false) const {
+        if (waitsOnlyOnCaller && runWhereServed && runWhereServed(work))
+            return true;
         if (pool)
             return pool->run(poolKey, std::move(work));
         try {

@@ -48,7 +48,7 @@ void ServiceClient::evaluatePolicy_options_reply(ObInteger policy,
         // Replies come from a service thread even when nothing was started;
         // with none to be had, from this one.
         auto refuse = [reply, error] { reply(nullptr, error); };
-        if (!requester_.run(refuse))
+        if (!requester_.run(refuse, true))
             refuse();
     }
 }
@@ -82,11 +82,15 @@ ObRef<ObError> ServiceClient::startEvaluation(ObInteger policy, const ObRef<ObDi
     if (!read->interactive)
         return kvError(KVErrorNotInteractive, &notInteractiveMessage);
 
+    // Without a reader, an evaluation whose verifier judges at once waits
+    // only for its caller.
+    const bool waitsOnlyOnCaller =
+        !methods.scanner && methods.password && methods.password->judgesAtOnce();
     auto evaluation = ObMake<Evaluation>(*read, policy, std::move(methods), delegate_, context_,
                                          requester_.guard, reply);
     if (ObRef<ObError> refused = context_->begin(evaluation))
         return refused;
-    if (!requester_.run([evaluation] { evaluation->run(); })) {
+    if (!requester_.run([evaluation] { evaluation->run(); }, waitsOnlyOnCaller)) {
         context_->finish(*evaluation);
         return kvError(KVErrorServiceUnavailable, &noThreadMessage);
     }

@@ -55,6 +55,9 @@ public:
     // The secret it judges is a passphrase (the passphrase event asks for
     // it), not a passcode.
     virtual bool judgesPassphrase() const { return false; }
+    // It judges at once, waiting for nothing but the conversation's
+    // answers (no module that sleeps or asks another service).
+    virtual bool judgesAtOnce() const { return false; }
 };
 
 // What a service adds to the shared machinery.

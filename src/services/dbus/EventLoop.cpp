@@ -2,7 +2,9 @@
 // The loop's queue is woken through an eventfd, so posting never blocks.
 #include "EventLoop.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -106,7 +108,9 @@ int EventLoop::turn() {
     if (result == 0 && (result = sd_event_prepare(event)) == 0)
         return 0;
     if (result > 0) {
+        dispatcher_.store(std::this_thread::get_id());
         result = sd_event_dispatch(event);
+        dispatcher_.store({});
         wakeWaiters();
     }
     return result < 0 ? result : 1;
@@ -171,29 +175,45 @@ int EventLoop::run() {
     return result;
 }
 
-void EventLoop::waitUntil(const std::function<bool()>& done) {
+bool EventLoop::waitUntil(const std::function<bool()>& done,
+                          std::optional<std::chrono::steady_clock::time_point> deadline,
+                          int alsoWakesOn) {
     thread_local WaiterWake wake;
     const int outer = std::exchange(waitingOn, wake.fd);
     std::unique_lock held(lock_);
     if (wake.fd >= 0)
         waiters_.push_back(wake.fd);
+    bool met = false;
     int result = 0;
-    while (!finished_ && !done() && (result = turn()) >= 0) {
+    while (!(met = done()) && !finished_ && (result = turn()) >= 0) {
         if (result > 0)
             continue;
-        held.unlock();
-        pollfd ready[2] = {{sd_event_get_fd(event_.get()), POLLIN, 0}, {wake.fd, POLLIN, 0}};
         // Without a wake-up of its own, the thread looks again now and then
         // for what another thread's dispatch brought it.
-        while (poll(ready, wake.fd >= 0 ? 2 : 1, wake.fd >= 0 ? -1 : 1) < 0 && errno == EINTR) {
+        int timeout = wake.fd >= 0 ? -1 : 1;
+        if (deadline) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                *deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                break;
+            if (timeout < 0 || left.count() < timeout)
+                timeout = int(std::min<std::int64_t>(left.count(), 1 << 30));
         }
-        if (ready[1].revents & POLLIN)
-            drain(wake.fd);
+        held.unlock();
+        pollfd ready[3] = {{sd_event_get_fd(event_.get()), POLLIN, 0},
+                           {wake.fd, POLLIN, 0},
+                           {alsoWakesOn, POLLIN, 0}};
+        while (poll(ready, 3, timeout) < 0 && errno == EINTR) {
+        }
+        for (const pollfd& woken : {ready[1], ready[2]})
+            if (woken.fd >= 0 && (woken.revents & POLLIN))
+                drain(woken.fd);
         held.lock();
     }
     if (wake.fd >= 0)
         std::erase(waiters_, wake.fd);
     waitingOn = outer;
+    return met;
 }
 
 int EventLoop::onWakeup(sd_event_source*, int fd, uint32_t, void* self) {

@@ -15,9 +15,11 @@
 #include "services/dbus/SdBus.h"
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -44,10 +46,16 @@ public:
     // thread; dropped once stop() has been asked.
     void defer(std::function<void()> task);
     // Runs the loop on the calling thread until `done()`, asked under the
-    // lock, holds or the loop has ended; for a thread waiting for a reply,
-    // which may be the loop's own thread inside a deferred task. Not from
-    // inside a dispatch (a posted task, a bus callback).
-    void waitUntil(const std::function<bool()>& done);
+    // lock, holds, the deadline passes or the loop has ended; whether
+    // `done()` held. For a thread waiting for a reply, which may be the
+    // loop's own thread inside a deferred task; not from inside a dispatch
+    // (a posted task, a bus callback). A write to `alsoWakesOn`, a
+    // descriptor of the caller's, makes it ask `done()` again.
+    bool waitUntil(const std::function<bool()>& done,
+                   std::optional<std::chrono::steady_clock::time_point> deadline = {},
+                   int alsoWakesOn = -1);
+    // Whether the calling thread is inside the loop's dispatch.
+    bool dispatching() const noexcept { return dispatcher_.load() == std::this_thread::get_id(); }
     // Runs until stop(); on the calling thread, which becomes the loop's.
     int run();
     // Runs the task at once on the calling thread under the lock, as the
@@ -100,6 +108,7 @@ private:
     // run() has returned: posts are dropped (under mutex_).
     bool closed_ = false;
     std::atomic<std::thread::id> thread_{};
+    std::atomic<std::thread::id> dispatcher_{}; // the thread in the dispatch
     std::recursive_mutex lock_;
     bool finished_ = false;
     std::vector<int> waiters_; // each waiting thread's eventfd (under lock_)

@@ -40,6 +40,8 @@ public:
         return false;
     }
 
+    bool judgesAtOnce() const override { return true; }
+
     const char* className() const noexcept override { return "PasscodeVerifier"; }
 
 private:
