@@ -301,6 +301,34 @@ TEST_F(DaemonProcessesTest, ReleasingAClientMidEvaluationFreesItsUsersTurn) {
     EXPECT_EQ(raw.call("EvaluatePolicy", evaluate(42)), "ok");
 }
 
+// An evaluation waiting for its user's turn wakes when another evaluation
+// of the user ends it, whichever of the daemon's threads each runs on: the
+// first evaluation started runs on the loop's thread, one started while it
+// runs on a pool thread, and the turn ends without a message on the bus.
+TEST_F(DaemonProcessesTest, AnEvaluationWaitingForItsUsersTurnWakesWhenAnotherEndsIt) {
+    daemon.reset();
+    daemon = std::make_unique<DaemonProcess>(
+        bus.address(), std::vector<std::string>{"--deny", "2", "--fail-delay-ms", "0"});
+    std::promise<void> firstAsked, secondAsked;
+    const ObRef<KVClient> first = connect(silent(firstAsked)),
+                          second = connect(silent(secondAsked)),
+                          third = connect(ObMake<ScriptedDelegate>(
+                              std::vector<Answer>{response(KVSimulatedService::defaultPasscode)}));
+    ASSERT_TRUE(first && second && third) << refusal;
+    auto failing = start(first, dict({{num(1004), num(1)}}));
+    await(firstAsked.get_future(), "the first evaluation's turn");
+    auto holding = start(second);
+    await(secondAsked.get_future(), "the second evaluation's turn");
+    // One failure and one turn taken: the third must wait for the second.
+    EXPECT_EQ(enterPassword(first, "wrong"), "success");
+    EXPECT_EQ(outcome(std::move(failing)).rfind("error -1", 0), 0u);
+    auto waiting = start(third);
+    EXPECT_EQ(enterPassword(second, KVSimulatedService::defaultPasscode), "success");
+    EXPECT_EQ(outcome(std::move(holding)), success);
+    EXPECT_EQ(outcome(std::move(waiting), "the reply of the evaluation that waited its turn"),
+              success);
+}
+
 TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
     const auto before = raw.statistics();
     EXPECT_EQ(before, idle(0));

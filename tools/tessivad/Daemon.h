@@ -16,11 +16,11 @@
 #pragma once
 
 #include "HostedService.h"
-#include "LoopDriver.h"
 #include "RelayDelegate.h"
 #include "services/core/AttemptGuard.h"
 #include "services/core/ServiceThread.h"
 #include "services/dbus/EventLoop.h"
+#include "services/dbus/LoopDriver.h"
 #include "services/dbus/SdBus.h"
 #include "tessiva/kavelin/KVClient.h"
 
@@ -217,7 +217,7 @@ private:
     const std::shared_ptr<detail::ServicePool> pool_;
     // Evaluations that wait only for their caller run on the loop's thread,
     // one at a time, serving the bus while they wait.
-    LoopDriver driver_;
+    detail::bus::LoopDriver driver_;
     bool servingHere_ = false;
     detail::bus::SlotRef objectSlot_;
     detail::bus::SlotRef ownerSlot_;

@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: MIT
-// LoopDriver: how an evaluation that runs on the daemon's loop thread waits:
-// it serves the bus meanwhile, and asks again after each look or when its
-// condition is notified from another thread.
+// LoopDriver: how work that runs on a loop's own thread waits (a daemon's
+// evaluation that waits only for its caller): it serves the loop meanwhile,
+// and asks again after each look or when its condition is notified from
+// another thread.
 #pragma once
 
+#include "EventLoop.h"
 #include "services/core/Condition.h"
-#include "services/dbus/EventLoop.h"
 
 #include <cstdint>
 #include <mutex>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-namespace tessiva::daemon {
-class LoopDriver final : public detail::WaitDriver {
+namespace tessiva::detail::bus {
+class LoopDriver final : public WaitDriver {
 public:
-    explicit LoopDriver(detail::bus::EventLoop& loop)
+    explicit LoopDriver(EventLoop& loop)
         : loop_(loop), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
     ~LoopDriver() {
         if (wake_ >= 0)
@@ -47,7 +48,7 @@ public:
     }
 
 private:
-    detail::bus::EventLoop& loop_;
+    EventLoop& loop_;
     const int wake_;
 };
-} // namespace tessiva::daemon
+} // namespace tessiva::detail::bus

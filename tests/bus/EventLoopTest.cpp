@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: MIT
+// The loop's threads: work on the loop's own thread that waits on a
+// condition keeps the loop served and wakes when another thread notifies;
+// a thread waiting for what the loop brings runs the loop itself while the
+// loop's thread is held up in a deferred task.
+#include "services/dbus/LoopDriver.h"
+#include "support/Deadline.h"
+
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace tessiva::test {
+namespace {
+using detail::Condition;
+using detail::WaitDriver;
+using detail::bus::EventLoop;
+using detail::bus::LoopDriver;
+
+class EventLoopTest : public ::testing::Test {
+protected:
+    void TearDown() override {
+        loop.stop();
+        thread.join();
+    }
+    EventLoop loop;
+    std::thread thread{[this] { loop.run(); }};
+};
+
+TEST_F(EventLoopTest, DeferredWorkWaitingOnAConditionServesTheLoopAndWakesWhenNotified) {
+    LoopDriver driver(loop);
+    std::mutex mutex;
+    Condition condition;
+    bool set = false;
+    std::promise<bool> waited, driven;
+    loop.defer([&] {
+        WaitDriver::Scope scope(driver);
+        driven.set_value(WaitDriver::current() == &driver);
+        std::unique_lock lock(mutex);
+        waited.set_value(condition.wait(lock, std::nullopt, [&] { return set; }));
+    });
+    EXPECT_TRUE(await(driven.get_future(), "the deferred work"));
+    // Posted work needs the loop served: the waiting work does it.
+    std::promise<void> posted;
+    loop.post([&] { posted.set_value(); });
+    await(posted.get_future(), "the task posted while the deferred work waits");
+    {
+        std::lock_guard lock(mutex);
+        set = true;
+    }
+    condition.notifyAll();
+    EXPECT_TRUE(await(waited.get_future(), "the wait to see the notification"));
+}
+
+TEST_F(EventLoopTest, AWaitingThreadRunsTheLoopWhileTheLoopsThreadIsHeldUp) {
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::promise<void> heldUp;
+    loop.defer([&] {
+        heldUp.set_value();
+        released.wait();
+    });
+    await(heldUp.get_future(), "the loop's thread to be held up");
+    std::atomic<bool> ran = false;
+    auto waiter = std::async(std::launch::async, [&] {
+        loop.post([&] { ran = true; });
+        return loop.waitUntil([&] { return ran.load(); },
+                              std::chrono::steady_clock::now() + testDeadline);
+    });
+    EXPECT_TRUE(await(std::move(waiter), "the waiting thread's own run of the loop"));
+    release.set_value();
+}
+} // namespace
+} // namespace tessiva::test
