@@ -56,7 +56,7 @@ TEST_F(EventLoopTest, AWaitingThreadRunsTheLoopWhileTheLoopsThreadIsHeldUp) {
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
     std::promise<void> heldUp;
-    loop.defer([&] {
+    loop.defer([&heldUp, released] {
         heldUp.set_value();
         released.wait();
     });
