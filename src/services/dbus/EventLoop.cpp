@@ -96,6 +96,7 @@ void EventLoop::defer(std::function<void()> task) {
 }
 
 int EventLoop::turn() {
+    turns_.fetch_add(1, std::memory_order_relaxed);
     sd_event* event = event_.get();
     int result = 0;
     const int state = sd_event_get_state(event);
@@ -122,7 +123,7 @@ void EventLoop::wakeWaiters() {
             bump(fd);
 }
 
-bool EventLoop::runDeferred(std::unique_lock<std::recursive_mutex>& held) {
+bool EventLoop::runDeferred() {
     std::deque<std::function<void()>> batch;
     {
         std::lock_guard lock(mutex_);
@@ -130,7 +131,6 @@ bool EventLoop::runDeferred(std::unique_lock<std::recursive_mutex>& held) {
             return false;
         batch.swap(deferred_);
     }
-    held.unlock();
     for (std::function<void()>& task : batch) {
         bool stopping = false;
         {
@@ -141,7 +141,6 @@ bool EventLoop::runDeferred(std::unique_lock<std::recursive_mutex>& held) {
             task();
         task = nullptr; // what it captured goes before the next task
     }
-    held.lock();
     return true;
 }
 
@@ -151,15 +150,24 @@ int EventLoop::run() {
     pollfd ready[2] = {{sd_event_get_fd(event), POLLIN, 0}, {deferredWakeup_, POLLIN, 0}};
     std::unique_lock held(lock_);
     int result = 0;
-    while ((result = turn()) >= 0)
-        if (!runDeferred(held) && result == 0) {
-            held.unlock();
+    // Deferred tasks run once the loop is armed, so that it polls after
+    // them without taking the lock again: a task that wakes a caller, who
+    // calls at once under the lock, would otherwise meet the loop's thread
+    // at the lock. The poll is skipped when another thread turned the loop
+    // meanwhile, which may have left it disarmed.
+    while ((result = turn()) >= 0) {
+        if (result > 0)
+            continue;
+        const std::uint64_t armedAt = turns_.load();
+        held.unlock();
+        if (!runDeferred() || turns_.load() == armedAt) {
             while (poll(ready, 2, -1) < 0 && errno == EINTR) {
             }
             if (ready[1].revents & POLLIN)
                 drain(deferredWakeup_);
-            held.lock();
         }
+        held.lock();
+    }
     if (sd_event_get_state(event) == SD_EVENT_FINISHED)
         sd_event_get_exit_code(event, &result);
     finished_ = true;
@@ -184,8 +192,12 @@ bool EventLoop::waitUntil(const std::function<bool()>& done,
     if (wake.fd >= 0)
         waiters_.push_back(wake.fd);
     bool met = false;
-    int result = 0;
-    while (!(met = done()) && !finished_ && (result = turn()) >= 0) {
+    bool turned = false;
+    while (!(met = done()) && !finished_) {
+        turned = true;
+        const int result = turn();
+        if (result < 0)
+            break;
         if (result > 0)
             continue;
         // Without a wake-up of its own, the thread looks again now and then
@@ -213,6 +225,10 @@ bool EventLoop::waitUntil(const std::function<bool()>& done,
     if (wake.fd >= 0)
         std::erase(waiters_, wake.fd);
     waitingOn = outer;
+    // What this thread read but left undispatched is on no descriptor: the
+    // loop's thread, which may be polling, looks again.
+    if (turned && !onLoopThread())
+        bump(deferredWakeup_);
     return met;
 }
 

@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -90,9 +91,9 @@ private:
     // armed and the caller may poll its descriptor, negative when it failed
     // or has finished.
     int turn();
-    // Runs the deferred tasks queued so far, the lock let go of meanwhile;
-    // whether there were any.
-    bool runDeferred(std::unique_lock<std::recursive_mutex>& held);
+    // Runs the deferred tasks queued so far, on the loop's thread without
+    // the lock; whether there were any.
+    bool runDeferred();
     void wakeWaiters();
 
     EventRef event_;
@@ -109,6 +110,7 @@ private:
     bool closed_ = false;
     std::atomic<std::thread::id> thread_{};
     std::atomic<std::thread::id> dispatcher_{}; // the thread in the dispatch
+    std::atomic<std::uint64_t> turns_{0};       // looks taken, by any thread
     std::recursive_mutex lock_;
     bool finished_ = false;
     std::vector<int> waiters_; // each waiting thread's eventfd (under lock_)

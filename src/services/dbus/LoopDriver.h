@@ -39,6 +39,10 @@ public:
         return done();
     }
     void wake() noexcept override {
+        // Notified on the loop's own thread, from within the wait's look:
+        // the wait asks again after it anyway.
+        if (loop_.onLoopThread())
+            return;
         const std::uint64_t one = 1;
         (void)!write(wake_, &one, sizeof one);
     }
