@@ -10,7 +10,10 @@
 // unknown (KVErrorInvalidContext). User-interface events reach the delegate
 // of the client that started the evaluation, in this process, on a thread of
 // the backend's own; the delegate may answer from any thread. An evaluation's
-// reply comes on that thread too, after the events raised before it. Replies
+// reply comes on that thread too, after the events raised before it. That
+// thread also reads the connection, so a delegate that blocks holds up the
+// events and evaluation replies after it; a call that waits for its reply
+// reads the connection itself meanwhile, and is never held up. Replies
 // other than an evaluation's run on the caller's thread before the call
 // returns, and invalidate returns once the daemon has ended the context.
 // The daemon ends a context 300 seconds (its --idle-seconds) after its last
