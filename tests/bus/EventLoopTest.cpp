@@ -37,7 +37,9 @@ TEST_F(EventLoopTest, DeferredWorkWaitingOnAConditionServesTheLoopAndWakesWhenNo
         WaitDriver::Scope scope(driver);
         driven.set_value(WaitDriver::current() == &driver);
         std::unique_lock lock(mutex);
-        waited.set_value(condition.wait(lock, std::nullopt, [&] { return set; }));
+        const bool seen = condition.wait(lock, std::nullopt, [&] { return set; });
+        lock.unlock(); // the test's end may take the mutex with it once told
+        waited.set_value(seen);
     });
     EXPECT_TRUE(await(driven.get_future(), "the deferred work"));
     // Posted work needs the loop served: the waiting work does it.
