@@ -329,6 +329,26 @@ TEST_F(DaemonProcessesTest, AnEvaluationWaitingForItsUsersTurnWakesWhenAnotherEn
               success);
 }
 
+// A caller may let go of its last client and backend in an evaluation's
+// reply: the connection then ends from its own loop's thread, which must
+// not wait for itself, and leaves the bus.
+TEST_F(DaemonProcessesTest, LettingGoOfEverythingInAReplyEndsTheConnection) {
+    std::promise<std::string> replied;
+    {
+        ObRef<KVClientBackend> backend = KVBusService::make(str(bus.address()));
+        ObRef<KVClient> client = CallsOn(backend).connect(ObMake<ScriptedDelegate>(
+            std::vector<Answer>{response(KVSimulatedService::defaultPasscode)}));
+        ASSERT_TRUE(client);
+        KVClient& evaluating = *client;
+        evaluating.evaluatePolicy_options_reply(
+            1000, nullptr,
+            [&replied, client = std::move(client), backend = std::move(backend)](
+                auto result, auto error) { replied.set_value(describe(result, error)); });
+    }
+    EXPECT_EQ(await(replied.get_future(), "the reply"), success);
+    expectStatistics(idle(1), "the connection gone, its context idle");
+}
+
 TEST_F(DaemonProcessesTest, EightProcessesOfAHundredEvaluationsLoseNothing) {
     const auto before = raw.statistics();
     EXPECT_EQ(before, idle(0));
