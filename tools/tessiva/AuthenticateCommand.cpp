@@ -28,8 +28,6 @@
 namespace tessiva::tool {
 namespace {
 
-constexpr std::string_view synopsis =
-    "authenticate [--policy NAME] [--service PAM-SERVICE] [--user NAME]";
 // The shell's status for a command ended by SIGINT.
 constexpr int exitInterrupted = 130;
 
