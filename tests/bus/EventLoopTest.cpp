@@ -54,6 +54,30 @@ TEST_F(EventLoopTest, DeferredWorkWaitingOnAConditionServesTheLoopAndWakesWhenNo
     EXPECT_TRUE(await(waited.get_future(), "the wait to see the notification"));
 }
 
+// A deferred task runs with the loop armed; a timer it arms fires once it
+// says so, with no other event to make the loop look again.
+TEST_F(EventLoopTest, ATimerADeferredTaskArmsFires) {
+    std::promise<void> fired;
+    detail::bus::EventSourceRef timer;
+    // Deferred from the loop's thread, which then has no wake-up pending.
+    loop.post([&] {
+        loop.defer([&] {
+            std::lock_guard held(loop.lock());
+            sd_event_add_time_relative(
+                loop.event(), timer.put(), CLOCK_MONOTONIC, 1000, 0,
+                [](sd_event_source*, std::uint64_t, void* promise) {
+                    static_cast<std::promise<void>*>(promise)->set_value();
+                    return 0;
+                },
+                &fired);
+            loop.lookAgain();
+        });
+    });
+    await(fired.get_future(), "the timer");
+    std::lock_guard held(loop.lock());
+    timer.reset();
+}
+
 TEST_F(EventLoopTest, AWaitingThreadRunsTheLoopWhileTheLoopsThreadIsHeldUp) {
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();

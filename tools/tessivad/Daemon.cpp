@@ -718,8 +718,7 @@ void Daemon::armTimer(DisabledSourceRef& source, std::chrono::seconds delay,
     }
     sd_event_source_set_destroy_callback(
         source.get(), [](void* userdata) { delete static_cast<TimerTarget*>(userdata); });
-    if (!loop_->onLoopThread())
-        loop_->wake();
+    loop_->lookAgain();
 }
 
 void Daemon::armIdleTimer(const std::string& key, Context& context) {

@@ -77,9 +77,18 @@ void EventLoop::wake() {
     bump(wakeup_);
 }
 
-void EventLoop::lookAgainAfter(sd_bus* bus) {
-    if (!onLoopThread() && (sd_bus_get_events(bus) & POLLOUT))
+void EventLoop::lookAgain() {
+    // The loop's own thread, in a deferred task, would otherwise poll
+    // without arming what the task changed.
+    if (onLoopThread())
+        turns_.fetch_add(1, std::memory_order_relaxed);
+    else
         wake();
+}
+
+void EventLoop::lookAgainAfter(sd_bus* bus) {
+    if (sd_bus_get_events(bus) & POLLOUT)
+        lookAgain();
 }
 
 void EventLoop::defer(std::function<void()> task) {

@@ -77,12 +77,16 @@ public:
     // Whether run() has ended; asked under the lock, what the loop served
     // may be gone once it has.
     bool finished() const noexcept { return finished_; }
-    // Makes the loop look at its sources again: after another thread's use
-    // of a connection left a message half written or asked for a time-out.
+    // Wakes the loop: after another thread's use of a connection asked for
+    // a time-out.
     void wake();
-    // After another thread used one of the loop's connections: wakes the
-    // loop when a message is left half written, which only its next look
-    // sends on.
+    // Makes the loop look at its sources again before it next waits: after
+    // a timer was armed, from any thread (on the loop's own, a deferred
+    // task's change would otherwise wait for the next event).
+    void lookAgain();
+    // After a use of one of the loop's connections: the loop looks again
+    // when a message is left half written, which only its next look sends
+    // on.
     void lookAgainAfter(sd_bus* bus);
 
 private:
