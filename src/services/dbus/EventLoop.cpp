@@ -6,39 +6,18 @@
 #include <cerrno>
 #include <cstdint>
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace tessiva::detail::bus {
 namespace {
-// A waiting thread's own wake-up, made once per thread.
-struct WaiterWake {
-    int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    ~WaiterWake() {
-        if (fd >= 0)
-            close(fd);
-    }
-};
-thread_local int waitingOn = -1; // the wake-up this thread waits on, if any
-
-void bump(int fd) {
-    const std::uint64_t one = 1;
-    (void)!write(fd, &one, sizeof one);
-}
-
-void drain(int fd) {
-    std::uint64_t count = 0;
-    (void)!read(fd, &count, sizeof count);
-}
+// The wake-up this thread waits on in waitUntil, if any.
+thread_local const Wakeup* waitingOn = nullptr;
 } // namespace
 
 EventLoop::EventLoop() {
-    wakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    deferredWakeup_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeup_ < 0 || sd_event_new(event_.put()) < 0)
+    if (wakeup_.fd() < 0 || sd_event_new(event_.put()) < 0)
         return;
-    if (sd_event_add_io(event_.get(), wakeupSource_.put(), wakeup_, EPOLLIN, &EventLoop::onWakeup,
-                        this) < 0)
+    if (sd_event_add_io(event_.get(), wakeupSource_.put(), wakeup_.fd(), EPOLLIN,
+                        &EventLoop::onWakeup, this) < 0)
         event_.reset();
 }
 
@@ -46,9 +25,6 @@ EventLoop::~EventLoop() {
     // The source leaves the loop's epoll set before its descriptor closes.
     wakeupSource_.reset();
     event_.reset();
-    for (const int fd : {wakeup_, deferredWakeup_})
-        if (fd >= 0)
-            close(fd);
 }
 
 void EventLoop::post(std::function<void()> task) {
@@ -70,11 +46,11 @@ void EventLoop::stop() {
     wake();
     // A waiting thread may be the one that ends the loop: its own thread
     // then needs a look.
-    bump(deferredWakeup_);
+    deferredWakeup_.signal();
 }
 
 void EventLoop::wake() {
-    bump(wakeup_);
+    wakeup_.signal();
 }
 
 void EventLoop::lookAgain() {
@@ -101,7 +77,7 @@ void EventLoop::defer(std::function<void()> task) {
         deferred_.push_back(std::move(task));
     }
     if (!onLoopThread())
-        bump(deferredWakeup_);
+        deferredWakeup_.signal();
 }
 
 int EventLoop::turn() {
@@ -127,9 +103,9 @@ int EventLoop::turn() {
 }
 
 void EventLoop::wakeWaiters() {
-    for (const int fd : waiters_)
-        if (fd != waitingOn)
-            bump(fd);
+    for (const Wakeup* waiter : waiters_)
+        if (waiter != waitingOn)
+            waiter->signal();
 }
 
 bool EventLoop::runDeferred() {
@@ -156,7 +132,7 @@ bool EventLoop::runDeferred() {
 int EventLoop::run() {
     thread_.store(std::this_thread::get_id());
     sd_event* event = event_.get();
-    pollfd ready[2] = {{sd_event_get_fd(event), POLLIN, 0}, {deferredWakeup_, POLLIN, 0}};
+    pollfd ready[2] = {{sd_event_get_fd(event), POLLIN, 0}, {deferredWakeup_.fd(), POLLIN, 0}};
     std::unique_lock held(lock_);
     int result = 0;
     // Deferred tasks run once the loop is armed, so that it polls after
@@ -173,7 +149,7 @@ int EventLoop::run() {
             while (poll(ready, 2, -1) < 0 && errno == EINTR) {
             }
             if (ready[1].revents & POLLIN)
-                drain(deferredWakeup_);
+                deferredWakeup_.clear();
         }
         held.lock();
     }
@@ -194,12 +170,12 @@ int EventLoop::run() {
 
 bool EventLoop::waitUntil(const std::function<bool()>& done,
                           std::optional<std::chrono::steady_clock::time_point> deadline,
-                          int alsoWakesOn) {
-    thread_local WaiterWake wake;
-    const int outer = std::exchange(waitingOn, wake.fd);
+                          const Wakeup* alsoWakesOn) {
+    thread_local const Wakeup wake;
+    const Wakeup* outer = std::exchange(waitingOn, &wake);
     std::unique_lock held(lock_);
-    if (wake.fd >= 0)
-        waiters_.push_back(wake.fd);
+    if (wake.fd() >= 0)
+        waiters_.push_back(&wake);
     bool met = false;
     bool turned = false;
     while (!(met = done()) && !finished_) {
@@ -211,7 +187,7 @@ bool EventLoop::waitUntil(const std::function<bool()>& done,
             continue;
         // Without a wake-up of its own, the thread looks again now and then
         // for what another thread's dispatch brought it.
-        int timeout = wake.fd >= 0 ? -1 : 1;
+        int timeout = wake.fd() >= 0 ? -1 : 1;
         if (deadline) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(
                 *deadline - std::chrono::steady_clock::now());
@@ -222,28 +198,28 @@ bool EventLoop::waitUntil(const std::function<bool()>& done,
         }
         held.unlock();
         pollfd ready[3] = {{sd_event_get_fd(event_.get()), POLLIN, 0},
-                           {wake.fd, POLLIN, 0},
-                           {alsoWakesOn, POLLIN, 0}};
+                           {wake.fd(), POLLIN, 0},
+                           {alsoWakesOn ? alsoWakesOn->fd() : -1, POLLIN, 0}};
         while (poll(ready, 3, timeout) < 0 && errno == EINTR) {
         }
-        for (const pollfd& woken : {ready[1], ready[2]})
-            if (woken.fd >= 0 && (woken.revents & POLLIN))
-                drain(woken.fd);
+        if (ready[1].revents & POLLIN)
+            wake.clear();
+        if (ready[2].revents & POLLIN)
+            alsoWakesOn->clear();
         held.lock();
     }
-    if (wake.fd >= 0)
-        std::erase(waiters_, wake.fd);
+    std::erase(waiters_, &wake);
     waitingOn = outer;
     // What this thread read but left undispatched is on no descriptor: the
     // loop's thread, which may be polling, looks again.
     if (turned && !onLoopThread())
-        bump(deferredWakeup_);
+        deferredWakeup_.signal();
     return met;
 }
 
-int EventLoop::onWakeup(sd_event_source*, int fd, uint32_t, void* self) {
+int EventLoop::onWakeup(sd_event_source*, int, uint32_t, void* self) {
     auto& loop = *static_cast<EventLoop*>(self);
-    drain(fd);
+    loop.wakeup_.clear();
     for (;;) {
         std::function<void()> task;
         {

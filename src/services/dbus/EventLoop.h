@@ -12,6 +12,7 @@
 // the callbacks after it.
 #pragma once
 
+#include "services/core/Wakeup.h"
 #include "services/dbus/SdBus.h"
 
 #include <atomic>
@@ -35,7 +36,9 @@ public:
 
     sd_event* event() const noexcept { return event_.get(); }
     // False when the loop could not be made (no memory, no descriptors).
-    bool usable() const noexcept { return event_ && wakeup_ >= 0 && deferredWakeup_ >= 0; }
+    bool usable() const noexcept {
+        return event_ && wakeup_.fd() >= 0 && deferredWakeup_.fd() >= 0;
+    }
 
     // Runs the task on the loop's thread, in the order posted; tasks posted
     // before stop() still run, those posted after run() has returned are
@@ -50,11 +53,11 @@ public:
     // lock, holds, the deadline passes or the loop has ended; whether
     // `done()` held. For a thread waiting for a reply, which may be the
     // loop's own thread inside a deferred task; not from inside a dispatch
-    // (a posted task, a bus callback). A write to `alsoWakesOn`, a
-    // descriptor of the caller's, makes it ask `done()` again.
+    // (a posted task, a bus callback). A signal of `alsoWakesOn`, the
+    // caller's, makes it ask `done()` again.
     bool waitUntil(const std::function<bool()>& done,
                    std::optional<std::chrono::steady_clock::time_point> deadline = {},
-                   int alsoWakesOn = -1);
+                   const Wakeup* alsoWakesOn = nullptr);
     // Whether the calling thread is inside the loop's dispatch.
     bool dispatching() const noexcept { return dispatcher_.load() == std::this_thread::get_id(); }
     // Runs until stop(); on the calling thread, which becomes the loop's.
@@ -102,10 +105,10 @@ private:
 
     EventRef event_;
     EventSourceRef wakeupSource_;
-    int wakeup_ = -1;
+    Wakeup wakeup_;
     // Wakes the loop's thread alone for deferred tasks: a waiting thread
     // that runs the loop would take a wake-up through sd-event for itself.
-    int deferredWakeup_ = -1;
+    Wakeup deferredWakeup_;
     std::mutex mutex_;
     std::deque<std::function<void()>> tasks_;
     std::deque<std::function<void()>> deferred_;
@@ -117,6 +120,6 @@ private:
     std::atomic<std::uint64_t> turns_{0};       // looks taken, by any thread
     std::recursive_mutex lock_;
     bool finished_ = false;
-    std::vector<int> waiters_; // each waiting thread's eventfd (under lock_)
+    std::vector<const Wakeup*> waiters_; // each waiting thread's (under lock_)
 };
 } // namespace tessiva::detail::bus

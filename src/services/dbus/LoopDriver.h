@@ -8,22 +8,12 @@
 #include "EventLoop.h"
 #include "services/core/Condition.h"
 
-#include <cstdint>
 #include <mutex>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace tessiva::detail::bus {
 class LoopDriver final : public WaitDriver {
 public:
-    explicit LoopDriver(EventLoop& loop)
-        : loop_(loop), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    ~LoopDriver() {
-        if (wake_ >= 0)
-            close(wake_);
-    }
-    LoopDriver(const LoopDriver&) = delete;
-    LoopDriver& operator=(const LoopDriver&) = delete;
+    explicit LoopDriver(EventLoop& loop) noexcept : loop_(loop) {}
 
     bool wait(std::unique_lock<std::mutex>& lock, std::optional<Clock::time_point> deadline,
               const std::function<bool()>& done) override {
@@ -34,25 +24,23 @@ public:
                 std::lock_guard held(mutex);
                 return done();
             },
-            deadline, wake_);
+            deadline, &wake_);
         lock.lock();
         return done();
     }
     void wake() noexcept override {
         // Notified on the loop's own thread, from within the wait's look:
         // the wait asks again after it anyway.
-        if (loop_.onLoopThread())
-            return;
-        const std::uint64_t one = 1;
-        (void)!write(wake_, &one, sizeof one);
+        if (!loop_.onLoopThread())
+            wake_.signal();
     }
     // Not inside the loop's dispatch, which cannot run again from within.
     bool usable() const noexcept override {
-        return wake_ >= 0 && loop_.onLoopThread() && !loop_.dispatching();
+        return wake_.fd() >= 0 && loop_.onLoopThread() && !loop_.dispatching();
     }
 
 private:
     EventLoop& loop_;
-    const int wake_;
+    const Wakeup wake_;
 };
 } // namespace tessiva::detail::bus
