@@ -200,6 +200,73 @@ Connect rawPing(const std::string& address) {
     };
 }
 
+// The protocol's floor: Exchange, whose Asked signal the client answers from
+// a filter, all on the calling thread as sd_bus_call would.
+class RawExchange {
+public:
+    explicit RawExchange(const std::string& address) {
+        if (openBus(address.c_str(), bus_) < 0 ||
+            sd_bus_add_filter(bus_.get(), nullptr, &RawExchange::onAsked, this) < 0)
+            throw std::runtime_error("the bus cannot be reached");
+    }
+    RawExchange(const RawExchange&) = delete;
+    RawExchange& operator=(const RawExchange&) = delete;
+
+    bool operator()() {
+        using namespace tessiva::detail::bus;
+        SlotRef call;
+        echoed_ = -1;
+        replied_ = false;
+        if (sd_bus_call_method_async(bus_.get(), call.put(), pingName, pingPath, pingInterface,
+                                     "Exchange", &RawExchange::onReply, this, "x", ++value_) < 0)
+            return false;
+        while (!replied_) {
+            const int result = sd_bus_process(bus_.get(), nullptr);
+            if (result < 0 || (result == 0 && sd_bus_wait(bus_.get(), UINT64_MAX) < 0))
+                return false;
+        }
+        return echoed_ == value_;
+    }
+
+private:
+    static int onAsked(sd_bus_message* signal, void* self, sd_bus_error*) {
+        using namespace tessiva::detail::bus;
+        std::int64_t value = 0;
+        if (!sd_bus_message_is_signal(signal, pingInterface, "Asked") ||
+            sd_bus_message_read(signal, "x", &value) < 0)
+            return 0;
+        MessageRef answer;
+        sd_bus* bus = static_cast<RawExchange*>(self)->bus_.get();
+        int result = sd_bus_message_new_method_call(bus, answer.put(), pingName, pingPath,
+                                                    pingInterface, "Answer");
+        if (result >= 0)
+            result = sd_bus_message_set_expect_reply(answer.get(), 0);
+        if (result >= 0)
+            result = sd_bus_message_append(answer.get(), "x", value);
+        if (result >= 0)
+            result = sd_bus_send(bus, answer.get(), nullptr);
+        return result < 0 ? result : 1;
+    }
+    static int onReply(sd_bus_message* reply, void* self, sd_bus_error*) {
+        auto& exchange = *static_cast<RawExchange*>(self);
+        exchange.replied_ = true;
+        if (!sd_bus_message_is_method_error(reply, nullptr))
+            sd_bus_message_read(reply, "x", &exchange.echoed_);
+        return 1;
+    }
+
+    tessiva::detail::bus::BusRef bus_;
+    std::int64_t value_ = 0, echoed_ = -1;
+    bool replied_ = false;
+};
+
+Connect rawExchange(const std::string& address) {
+    return [address] {
+        auto exchange = std::make_shared<RawExchange>(address);
+        return Operation([exchange] { return (*exchange)(); });
+    };
+}
+
 // The bus's socket, removed when the run ends, however it ends.
 struct SocketPath {
     std::string path;
@@ -245,9 +312,13 @@ IdleMemory idleMemory(const std::string& address, pid_t daemon) {
     return memory;
 }
 
-void row(const char* what, double daemon, double raw, const char* unit, const char* target) {
-    std::printf("| %-26s | %10.1f | %10.1f | %-5s | %5.2f | %-7s |\n", what, daemon, raw, unit,
-                daemon / raw, target);
+// One measure: the daemon, the raw call and the raw exchange, with the
+// ratio against the target and the two that say how much of it is the
+// protocol's shape and how much the daemon's own.
+void row(const char* what, const double (&value)[3], const char* unit, const char* target) {
+    std::printf("| %-26s | %9.1f | %9.1f | %9.1f | %-4s | %5.2f | %-7s | %5.2f | %5.2f |\n", what,
+                value[0], value[1], value[2], unit, value[0] / value[1], target,
+                value[2] / value[1], value[0] / value[2]);
 }
 } // namespace
 
@@ -291,33 +362,48 @@ int main(int argc, char** argv) {
             throw std::runtime_error("tessivad or the ping server did not start on " + address);
 
         const IdleMemory memory = idleMemory(address, daemon.pid);
-        const std::vector<Figures> measured =
-            measure({{daemonPath(address), daemon.pid}, {rawPing(address), ping.pid}}, bus);
-        const Figures &viaDaemon = measured[0], &raw = measured[1];
+        const std::vector<Figures> measured = measure({{daemonPath(address), daemon.pid},
+                                                       {rawPing(address), ping.pid},
+                                                       {rawExchange(address), ping.pid}},
+                                                      bus);
+        const char* names[] = {"daemon", "raw call", "raw exchange"};
 
         std::printf("%s, %d operations after %d of warm-up, in %d rounds that alternate "
-                    "daemon and raw; throughput %lld s per row\n\n",
+                    "the three paths; throughput %lld s per row\n\n",
                     broker ? "dbus-broker" : "dbus-daemon", iterations, warmUp, rounds,
                     static_cast<long long>(throughputTime.count()));
-        std::printf("| %-26s | %10s | %10s | %-5s | %5s | %-7s |\n", "measure", "daemon", "raw",
-                    "unit", "ratio", "target");
-        std::printf("| %.26s | %.10s | %.10s | %.5s | %.5s | %.7s |\n",
-                    "----------------------------", "-----------", "-----------", "------",
-                    "------", "--------");
-        row("latency, median", viaDaemon.median, raw.median, "us", "<= 2.5");
-        row("latency, 99th percentile", viaDaemon.p99, raw.p99, "us", "");
-        row("CPU per operation", viaDaemon.cpu, raw.cpu, "us", "<= 3");
+        std::printf("| %-26s | %9s | %9s | %9s | %-4s | %5s | %-7s | %5s | %5s |\n", "measure",
+                    "daemon", "call", "exchange", "unit", "d/c", "target", "e/c", "d/e");
+        std::printf("| %.26s | %.9s | %.9s | %.9s | %.4s | %.5s | %.7s | %.5s | %.5s |\n",
+                    "----------------------------", "----------", "----------", "----------",
+                    "-----", "------", "--------", "------", "------");
+        const auto show = [&](const char* what, auto figure, const char* unit, const char* target) {
+            const double values[3] = {figure(measured[0]), figure(measured[1]),
+                                      figure(measured[2])};
+            row(what, values, unit, target);
+        };
+        show(
+            "latency, median", [](const Figures& f) { return f.median; }, "us", "<= 2.5");
+        show(
+            "latency, 99th percentile", [](const Figures& f) { return f.p99; }, "us", "");
+        show(
+            "CPU per operation", [](const Figures& f) { return f.cpu; }, "us", "<= 3");
         const int connections[] = {1, 2, 4, 8};
-        for (std::size_t i = 0; i < raw.perSecond.size(); ++i) {
+        for (std::size_t i = 0; i < std::size(connections); ++i) {
             const std::string what = "throughput, " + std::to_string(connections[i]) +
                                      (connections[i] == 1 ? " connection" : " connections");
-            row(what.c_str(), viaDaemon.perSecond[i], raw.perSecond[i], "op/s",
+            show(
+                what.c_str(), [i](const Figures& f) { return f.perSecond[i]; }, "op/s",
                 connections[i] == 8 ? ">= 0.40" : "");
         }
-        for (const auto& [name, figures] :
-             {std::pair{"daemon", &viaDaemon}, std::pair{"raw", &raw}})
+        std::printf("\nd/c: daemon against the raw call, the targets' ratio. e/c: the raw "
+                    "exchange (four messages, two round trips, plain sd-bus on one thread\n"
+                    "each side) against the raw call, the protocol's floor. d/e: the daemon "
+                    "against that floor, what tessivad and its client add.\n");
+        for (std::size_t i = 0; i < measured.size(); ++i)
             std::printf("\nCPU per operation, %s: client %.1f us, bus %.1f us, server %.1f us",
-                        name, figures->cpuParts[0], figures->cpuParts[1], figures->cpuParts[2]);
+                        names[i], measured[i].cpuParts[0], measured[i].cpuParts[1],
+                        measured[i].cpuParts[2]);
         std::printf("\ntessivad's memory (resident), idle: %.0f bytes per connection with a "
                     "client and its context, %.0f bytes per further client and context\n",
                     memory.perConnection, memory.perContext);
