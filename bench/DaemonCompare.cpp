@@ -94,6 +94,7 @@ struct Figures {
     double cpu = 0;             // microseconds of CPU time per operation
     double cpuParts[3] = {};    // of it: the client, the bus, the server
     std::vector<double> perSecond;
+    double loadedCpuParts[3] = {}; // CPU per operation with the most connections
 };
 
 // One way to the server: how to connect, and the process answering
@@ -119,8 +120,10 @@ void timeOperations(const Operation& operation, int count, pid_t bus, pid_t serv
         cpuParts[part] += after[part] - before[part];
 }
 
-// Operations per second with `connections` connections at once.
-double throughput(const Connect& connect, int connections) {
+// Operations per second with `connections` connections at once; their CPU
+// time per operation (client, bus, server) in `cpuParts`.
+double throughput(const Connect& connect, int connections, pid_t bus, pid_t server,
+                  double (&cpuParts)[3]) {
     std::atomic<bool> stop{false};
     std::atomic<long> done{0};
     std::latch ready(connections + 1);
@@ -135,10 +138,14 @@ double throughput(const Connect& connect, int connections) {
             done += count;
         });
     ready.arrive_and_wait();
+    const double before[] = {ownCpu(), processCpu(bus), processCpu(server)};
     const auto start = Clock::now();
     std::this_thread::sleep_for(throughputTime);
     stop = true;
     threads.clear();
+    const double after[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    for (int part = 0; part < 3; ++part)
+        cpuParts[part] = (after[part] - before[part]) * 1e6 / double(done);
     return double(done) / std::chrono::duration<double>(Clock::now() - start).count();
 }
 
@@ -171,7 +178,8 @@ std::vector<Figures> measure(const std::vector<Path>& paths, pid_t bus) {
     }
     for (int connections : {1, 2, 4, 8})
         for (std::size_t i = 0; i < paths.size(); ++i)
-            figures[i].perSecond.push_back(throughput(paths[i].connect, connections));
+            figures[i].perSecond.push_back(throughput(paths[i].connect, connections, bus,
+                                                      paths[i].server, figures[i].loadedCpuParts));
     return figures;
 }
 
@@ -404,6 +412,11 @@ int main(int argc, char** argv) {
             std::printf("\nCPU per operation, %s: client %.1f us, bus %.1f us, server %.1f us",
                         names[i], measured[i].cpuParts[0], measured[i].cpuParts[1],
                         measured[i].cpuParts[2]);
+        for (std::size_t i = 0; i < measured.size(); ++i)
+            std::printf("\nCPU per operation with 8 connections, %s: client %.1f us, bus %.1f us, "
+                        "server %.1f us",
+                        names[i], measured[i].loadedCpuParts[0], measured[i].loadedCpuParts[1],
+                        measured[i].loadedCpuParts[2]);
         std::printf("\ntessivad's memory (resident), idle: %.0f bytes per connection with a "
                     "client and its context, %.0f bytes per further client and context\n",
                     memory.perConnection, memory.perContext);
