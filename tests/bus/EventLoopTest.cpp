@@ -2,7 +2,8 @@
 // The loop's threads: work on the loop's own thread that waits on a
 // condition keeps the loop served and wakes when another thread notifies;
 // a thread waiting for what the loop brings runs the loop itself while the
-// loop's thread is held up in a deferred task.
+// loop's thread is held up in a deferred task; a thread that finds the loop
+// busy hands its work over instead of waiting for it.
 #include "services/dbus/LoopDriver.h"
 #include "support/Deadline.h"
 
@@ -95,6 +96,24 @@ TEST_F(EventLoopTest, AWaitingThreadRunsTheLoopWhileTheLoopsThreadIsHeldUp) {
     });
     EXPECT_TRUE(await(std::move(waiter), "the waiting thread's own run of the loop"));
     release.set_value();
+}
+
+TEST_F(EventLoopTest, AThreadThatMeetsTheLoopBusyHandsItsWorkOverAndOtherwiseRunsItHere) {
+    const auto runs = [&] {
+        auto ranOn = std::make_shared<std::promise<std::thread::id>>();
+        loop.runHereOrPost([ranOn] { ranOn->set_value(std::this_thread::get_id()); });
+        return std::pair(std::this_thread::get_id(), ranOn->get_future());
+    };
+    auto [caller, free] = std::async(std::launch::async, runs).get();
+    EXPECT_EQ(free.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    EXPECT_EQ(free.get(), caller);
+
+    std::unique_lock held(loop.lock());
+    auto busy = std::async(std::launch::async, runs);
+    const bool returned = busy.wait_for(testDeadline) == std::future_status::ready;
+    held.unlock();
+    EXPECT_TRUE(returned) << "the call waited for the loop's lock";
+    EXPECT_EQ(await(busy.get().second, "the handed-over work"), thread.get_id());
 }
 } // namespace
 } // namespace tessiva::test

@@ -366,12 +366,13 @@ auto Daemon::replyCallback(sd_bus_message* call, uid_t uid, Write write, Then th
             replyLater(number, write(outcome, failure));
             then(failure);
         };
-        // A service thread replies itself, which saves it a hand-off; in the
-        // loop's dispatch the reply waits until the current callback is done.
+        // A service thread replies itself when the loop is free, which saves
+        // it a hand-off; in the loop's dispatch the reply waits until the
+        // current callback is done.
         if (loop->dispatching())
             loop->post(std::move(finish));
         else
-            loop->runHere([&] {
+            loop->runHereOrPost([=, this] {
                 finish();
                 loop->lookAgainAfter(bus_);
             });

@@ -18,13 +18,11 @@ void RelayDelegate::event_params_reply(ObInteger event, const ObRef<ObDictionary
         returns_.emplace(serial, Return{});
         raised_.insert(event);
     }
-    {
-        // Sent from this thread, without a hand-off to the loop's; what the
-        // loop served is gone once it has finished.
-        std::lock_guard held(loop_->lock());
-        if (!loop_->finished())
-            send_(serial, event, params);
-    }
+    // Sent from this thread when the loop is free, without a hand-off to the
+    // loop's; what the loop served is gone once it has finished.
+    loop_->runHereOrPost([self = ObRef<RelayDelegate>(this), serial, event, params] {
+        self->send_(serial, event, params);
+    });
     // A service that raises from the loop's dispatch cannot wait for it;
     // one that runs on the loop's thread serves the bus while it waits.
     if (loop_->onLoopThread() && !detail::WaitDriver::current()) {

@@ -38,6 +38,14 @@ void EventLoop::post(std::function<void()> task) {
     wake();
 }
 
+void EventLoop::runHereOrPost(std::function<void()> task) {
+    std::unique_lock held(lock_, std::try_to_lock);
+    if (!held)
+        post(std::move(task));
+    else if (!finished_)
+        task();
+}
+
 void EventLoop::stop() {
     {
         std::lock_guard lock(mutex_);

@@ -63,13 +63,13 @@ public:
     // Runs until stop(); on the calling thread, which becomes the loop's.
     int run();
     // Runs the task at once on the calling thread under the lock, as the
-    // loop's thread would; dropped when run() has returned, as what the loop
-    // served may be gone.
-    template <class Task> void runHere(Task&& task) {
-        std::lock_guard held(lock_);
-        if (!finished_)
-            std::forward<Task>(task)();
-    }
+    // loop's thread would, when the lock is free (dropped once run() has
+    // returned, as what the loop served may be gone); when another thread
+    // holds it, posts the task instead of waiting. A service thread that meets a busy loop
+    // thus hands its message over rather than sleeping on the lock, to be
+    // woken again as the loop's thread lets go: under load that sleep and
+    // wake-up cost more than the message.
+    void runHereOrPost(std::function<void()> task);
     // Ends run() after the current task; safe from any thread.
     void stop();
     bool onLoopThread() const noexcept { return std::this_thread::get_id() == thread_.load(); }
