@@ -18,6 +18,7 @@
 #include "PingNames.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -104,18 +105,23 @@ struct Path {
     pid_t server;
 };
 
+// CPU seconds so far of the client (this process), the bus and the server.
+std::array<double, 3> cpuNow(pid_t bus, pid_t server) {
+    return {ownCpu(), processCpu(bus), processCpu(server)};
+}
+
 // `count` operations over one connection: their latencies appended to
 // `times`, their CPU time (client, bus, server) added to `cpuParts`.
 void timeOperations(const Operation& operation, int count, pid_t bus, pid_t server,
                     std::vector<double>& times, double (&cpuParts)[3]) {
-    const double before[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    const auto before = cpuNow(bus, server);
     for (int i = 0; i < count; ++i) {
         const auto start = Clock::now();
         if (!operation())
             throw std::runtime_error("an operation failed");
         times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
     }
-    const double after[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    const auto after = cpuNow(bus, server);
     for (int part = 0; part < 3; ++part)
         cpuParts[part] += after[part] - before[part];
 }
@@ -138,12 +144,12 @@ double throughput(const Connect& connect, int connections, pid_t bus, pid_t serv
             done += count;
         });
     ready.arrive_and_wait();
-    const double before[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    const auto before = cpuNow(bus, server);
     const auto start = Clock::now();
     std::this_thread::sleep_for(throughputTime);
     stop = true;
     threads.clear();
-    const double after[] = {ownCpu(), processCpu(bus), processCpu(server)};
+    const auto after = cpuNow(bus, server);
     for (int part = 0; part < 3; ++part)
         cpuParts[part] = (after[part] - before[part]) * 1e6 / double(done);
     return double(done) / std::chrono::duration<double>(Clock::now() - start).count();

@@ -2,6 +2,7 @@
 // Ridge-scan identities and the key they are made with.
 #include "RidgeIdentity.h"
 
+#include "FileDescriptor.h"
 #include "Hmac.h"
 #include "platform/object/RandomBytes.h"
 
@@ -15,21 +16,6 @@
 namespace tessiva::detail {
 namespace {
 constexpr std::size_t keySize = 32;
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) noexcept : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const noexcept { return fd_; }
-
-private:
-    const int fd_;
-};
 
 std::string stateDirectory() {
     if (const char* daemon = std::getenv("STATE_DIRECTORY"); daemon && *daemon == '/')
