@@ -13,9 +13,9 @@
 // processes' errors, tessivad's log line per authentication among them, go to
 // FILE (/dev/null when none is named); so does dbus-broker's log where there
 // is no journal to take it.
-#include "BrokerBus.h"
 #include "DaemonClient.h"
 #include "PingNames.h"
+#include "bus/BrokerBus.h"
 
 #include <algorithm>
 #include <array>
@@ -37,6 +37,7 @@
 
 namespace {
 using namespace tessiva::bench;
+using tessiva::test::BrokerBus;
 using Clock = std::chrono::steady_clock;
 using Operation = std::function<bool()>;
 // Makes one client connection's operation; each thread calls it once.
@@ -357,7 +358,7 @@ int main(int argc, char** argv) {
         std::optional<Spawned> daemonBus;
         pid_t bus = -1;
         if (broker) {
-            bus = brokerBus.emplace(socket.path, log).pid();
+            bus = brokerBus.emplace(socket.path, TESSIVA_BUS_CONFIG, log).pid();
         } else {
             daemonBus.emplace(
                 std::vector<std::string>{TESSIVA_DBUS_DAEMON, "--config-file=" TESSIVA_BUS_CONFIG,
