@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <endian.h>
@@ -187,6 +188,10 @@ struct Exec {
                  sizeof exec.journalAddress) != 0)
             fail(3);
     }
+    // The launcher stops when told, whatever its starter blocks.
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(exec.errors, STDOUT_FILENO);
     dup2(exec.errors, STDERR_FILENO);
     // systemd's first passed descriptor is 3, open across the exec.
@@ -206,21 +211,25 @@ struct Exec {
     _exit(127);
 }
 
-// The broker's pid, once it answers on `address`; it owns the bus's name.
-pid_t brokerPid(const std::string& address) {
+// Whether the bus answers on `address`: then the launcher has started the
+// broker.
+bool answers(const std::string& address) {
     detail::bus::BusRef bus;
-    std::uint32_t pid = 0;
-    detail::bus::MessageRef reply;
-    if (sd_bus_new(bus.put()) < 0 || sd_bus_set_address(bus.get(), address.c_str()) < 0 ||
-        sd_bus_set_bus_client(bus.get(), 1) < 0 ||
-        sd_bus_set_method_call_timeout(bus.get(), answerMicroseconds) < 0 ||
-        sd_bus_start(bus.get()) < 0 ||
-        sd_bus_call_method(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                           "org.freedesktop.DBus", "GetConnectionUnixProcessID", nullptr,
-                           reply.put(), "s", "org.freedesktop.DBus") < 0 ||
-        sd_bus_message_read(reply.get(), "u", &pid) < 0)
-        return -1;
-    return pid_t(pid);
+    return sd_bus_new(bus.put()) >= 0 && sd_bus_set_address(bus.get(), address.c_str()) >= 0 &&
+           sd_bus_set_bus_client(bus.get(), 1) >= 0 &&
+           sd_bus_set_method_call_timeout(bus.get(), answerMicroseconds) >= 0 &&
+           sd_bus_start(bus.get()) >= 0 &&
+           sd_bus_call_method(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                              "org.freedesktop.DBus", "GetId", nullptr, nullptr, "") >= 0;
+}
+
+// The broker: the launcher's child. The bus names the launcher as its owner.
+pid_t childOf(pid_t launcher) {
+    std::ifstream children("/proc/" + std::to_string(launcher) + "/task/" +
+                           std::to_string(launcher) + "/children");
+    pid_t child = -1;
+    children >> child;
+    return child;
 }
 } // namespace
 
@@ -306,10 +315,10 @@ BrokerBus::BrokerBus(const std::string& socket, const std::string& config,
     if (journal_.socket.get() >= 0)
         journal_.drain = std::jthread(copyJournal, journal_.socket.get(), errors_.get());
 
-    const pid_t broker = brokerPid(address_);
-    if (broker <= 0)
+    if (!answers(address_))
         throw std::runtime_error("dbus-broker did not answer on " + address_ +
                                  " (its log says why)");
-    launcher_.broker = int(syscall(SYS_pidfd_open, broker, 0));
+    if (const pid_t broker = childOf(launcher_.pid); broker > 0)
+        launcher_.broker = int(syscall(SYS_pidfd_open, broker, 0));
 }
 } // namespace tessiva::test
